@@ -1,0 +1,104 @@
+#include "foundation/BRLog.h"
+
+#include <QTime>
+
+#include <systemd/sd-journal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdlib>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+std::atomic<int> theThreshold = BRLogWarning;
+std::atomic<bool> logsToStandardError = true;
+
+QStringView nameOfLevel(int level)
+{
+    switch (level) {
+    case BRLogError:
+        return u"Error";
+    case BRLogWarning:
+        return u"Warn ";
+    case BRLogInfo:
+        return u"Info ";
+    case BRLogDebug:
+        return u"Debug";
+    default:
+        return u"     ";
+    }
+}
+
+int journalPriority(int level)
+{
+    // syslog(3): 3 error, 4 warning, 6 informational, 7 debug.
+    switch (level) {
+    case BRLogError:
+        return 3;
+    case BRLogWarning:
+        return 4;
+    case BRLogInfo:
+        return 6;
+    default:
+        return 7;
+    }
+}
+
+void write(int level, const QString &message)
+{
+    const QByteArray line
+        = (BRLogLine(level, QTime::currentTime().toString(u"HH:mm:ss.zzz"_s), message) + u'\n')
+              .toUtf8();
+    // A service's standard error is the journal already; one message must not stand there twice.
+    static const bool standardErrorIsJournal = std::getenv("JOURNAL_STREAM") != nullptr;
+    if (logsToStandardError || standardErrorIsJournal) {
+        // In one piece, so that lines of several threads do not mix. Nothing is left to try when
+        // even standard error cannot be written.
+        [[maybe_unused]] const ssize_t written
+            = ::write(STDERR_FILENO, line.constData(), static_cast<std::size_t>(line.size()));
+    }
+    if (!standardErrorIsJournal) {
+        sd_journal_send("MESSAGE=%s", message.toUtf8().constData(), "PRIORITY=%i",
+                        journalPriority(level), "SYSLOG_IDENTIFIER=tolvane", nullptr);
+    }
+}
+
+} // namespace
+
+QString BRLogLine(int level, const QString &timeOfDay, const QString &message)
+{
+    return u"[%1] %2: %3"_s.arg(nameOfLevel(level), timeOfDay, message);
+}
+
+void BRLog(int level, const char *format, ...)
+{
+    if (level > theThreshold)
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    const QString message = QString::vasprintf(format, arguments);
+    va_end(arguments);
+    write(level, message);
+}
+
+void BRLog(int level, const QString &message)
+{
+    if (level <= theThreshold)
+        write(level, message);
+}
+
+void BRSetLogLevel(int level)
+{
+    theThreshold = level;
+}
+int BRCurrentLogLevel()
+{
+    return theThreshold;
+}
+void BRSetLogsToStandardError(bool does)
+{
+    logsToStandardError = does;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QString>
+#include <QVariantMap>
+
+#include <tl/expected.hpp>
+
+/// What went wrong, in the words that a user gets to see.
+struct PXError {
+    QString domain; ///< Whose code it is: one of the domains below.
+    int code = 0;
+    QString description; ///< What failed, naming the file or value.
+    QString suggestion; ///< What the user can do; may be empty.
+    QVariantMap userInfo; ///< "trueErrorCode": a library's own status, where there is one.
+};
+
+/// A value, or why there is none.
+template <typename T> using PXExpected = tl::expected<T, PXError>;
+
+/// The system's `errno` values.
+extern const QString kPXPOSIXErrorDomain;
+/// Files that may not be read, written or replaced.
+extern const QString kPXCocoaErrorDomain;
+/// Our own: 1 export start-up, 2 driver install or uninstall, 3 recording stopped by an audio
+/// error.
+extern const QString kBRErrorDomain;
+/// The display server: code is a `PXDisplayErrorCode`.
+extern const QString kPXDisplayErrorDomain;
+
+enum PXDisplayErrorCode {
+    PXDisplayCannotOpen = 1, ///< No server there, or it refuses us.
+    PXDisplayLost = 2, ///< It was there and has gone.
+    PXDisplayNotSupported = 3, ///< A server that lacks what recording needs, or a Wayland session.
+    PXDisplayRequestRefused = 4, ///< One request failed; the connection lives.
+};
+
+/// An error of the system: code and text of `errorNumber`, after what we were doing.
+/// "Could not open file /a/b: No such file or directory".
+PXError PXPOSIXError(int errorNumber, const QString &whatFailed, const QString &suggestion = {});
+
+/// The whole error in one line: description, then the suggestion where there is one.
+QString PXErrorLine(const PXError &error);
+
+/// Short form of `return tl::unexpected(...)`.
+inline tl::unexpected<PXError> PXFail(PXError error)
+{
+    return tl::unexpected<PXError>(std::move(error));
+}
