@@ -1,7 +1,9 @@
 #include "foundation/BRLog.h"
 
+#include <QByteArray>
 #include <QTime>
 
+#include <sys/stat.h>
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 
@@ -47,13 +49,26 @@ int journalPriority(int level)
     }
 }
 
+/// Whether what goes to standard error is in the journal already. systemd names the stream that it
+/// gave a service as "device:inode"; a program started from there inherits the variable, not
+/// necessarily the stream.
+bool isStandardErrorTheJournal()
+{
+    const char *stream = std::getenv("JOURNAL_STREAM");
+    struct stat status = {};
+    return stream != nullptr && fstat(STDERR_FILENO, &status) == 0
+        && QByteArray::number(quint64{status.st_dev}) + ':'
+            + QByteArray::number(quint64{status.st_ino})
+        == stream;
+}
+
 void write(int level, const QString &message)
 {
     const QByteArray line
         = (BRLogLine(level, QTime::currentTime().toString(u"HH:mm:ss.zzz"_s), message) + u'\n')
               .toUtf8();
-    // A service's standard error is the journal already; one message must not stand there twice.
-    static const bool standardErrorIsJournal = std::getenv("JOURNAL_STREAM") != nullptr;
+    // One message must not stand in the journal twice.
+    const bool standardErrorIsJournal = isStandardErrorTheJournal();
     if (logsToStandardError || standardErrorIsJournal) {
         // In one piece, so that lines of several threads do not mix. Nothing is left to try when
         // even standard error cannot be written.

@@ -1,5 +1,6 @@
 #include "foundation/PXClock.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace {
@@ -44,7 +45,10 @@ double PXTimeIntervalSinceReferenceDate()
 std::uint64_t PXHostTimeForReferenceTime(double time)
 {
     const Start &since = start();
-    const double sinceStart = (time - since.referenceTime) * kNanosecondsPerSecond;
+    // A century is as good as never, and still a number that can be cast.
+    constexpr double kCentury = 3.2e18;
+    const double sinceStart
+        = std::min((time - since.referenceTime) * kNanosecondsPerSecond, kCentury);
     return sinceStart <= 0 ? since.hostTime
                            : since.hostTime + static_cast<std::uint64_t>(sinceStart);
 }

@@ -21,6 +21,8 @@ template <typename T> using PXExpected = tl::expected<T, PXError>;
 extern const QString kPXPOSIXErrorDomain;
 /// Files that may not be read, written or replaced.
 extern const QString kPXCocoaErrorDomain;
+/// Its `NSFileReadCorruptFileError`: the file is there but is not what it should be.
+inline constexpr int kPXFileReadCorruptFileError = 259;
 /// Our own: 1 export start-up, 2 driver install or uninstall, 3 recording stopped by an audio
 /// error.
 extern const QString kBRErrorDomain;

@@ -77,10 +77,15 @@ PXPixelRect PXPixelsFromRect(const PXRect &rect, const PXPixelRect &mainDisplay)
 {
     if (rect.isEmpty())
         return {};
-    const int left = PXClampToInt(std::floor(rect.x));
-    const int right = PXClampToInt(std::ceil(rect.maxX()));
-    const int bottom = PXClampToInt(std::floor(rect.y));
-    const int top = PXClampToInt(std::ceil(rect.maxY()));
+    // No desktop is a million pixels wide, and sums of such numbers are still ints.
+    const auto pixel = [](float value) {
+        constexpr float kFarthest = 1e6F;
+        return PXClampToInt(static_cast<double>(std::clamp(value, -kFarthest, kFarthest)));
+    };
+    const int left = pixel(std::floor(rect.x));
+    const int right = pixel(std::ceil(rect.maxX()));
+    const int bottom = pixel(std::floor(rect.y));
+    const int top = pixel(std::ceil(rect.maxY()));
     return {mainDisplay.x + left, mainDisplay.y + mainDisplay.height - top, right - left,
             top - bottom};
 }

@@ -14,12 +14,4 @@ template <typename Function> void post(QObject *context, Function &&function)
     QMetaObject::invokeMethod(context, std::forward<Function>(function), Qt::QueuedConnection);
 }
 
-/// Waits until it has run; runs at once when the caller is on that thread already.
-template <typename Function> void call(QObject *context, Function &&function)
-{
-    const bool isThere = context->thread()->isCurrentThread();
-    QMetaObject::invokeMethod(context, std::forward<Function>(function),
-                              isThere ? Qt::DirectConnection : Qt::BlockingQueuedConnection);
-}
-
 } // namespace PXMainThread

@@ -30,6 +30,9 @@ class PXCursorSource {
 public:
     virtual ~PXCursorSource() = default;
 
+    /// Says that `cursor()` or `pointerPixel()` comes soon: the answer is then on its way while the
+    /// caller waits for something else, and both cost one wake-up of the display server.
+    virtual void askAhead() { }
     /// Empty while no cursor is visible (an application hid it, or its picture is all
     /// transparent) or when the display draws it into the frame buffer itself.
     virtual PXExpected<std::optional<PXCursor>> cursor() = 0;

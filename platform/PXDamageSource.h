@@ -17,7 +17,7 @@ public:
     /// take after a time with nothing, and not again before `takeDamage()`; also once when the
     /// source has failed, which `takeDamage()` then reports. It must not block.
     virtual PXExpected<void> start(std::function<void()> arrived) = 0;
-    /// No call of `arrived` comes after this has returned.
+    /// No call of `arrived` comes after this has returned. Another thread may be taking damage.
     virtual void stop() = 0;
 
     /// Appends what changed since the last call, in the desktop's pixels; the rectangles may

@@ -14,6 +14,8 @@
 class PXDisplayLink {
 public:
     static constexpr std::uint64_t kNextRefresh = 0;
+    /// For `wake()`: without waiting for a refresh, for a recording that is to end.
+    static constexpr std::uint64_t kAtOnce = 1;
     static constexpr std::uint64_t kWhenWoken = UINT64_MAX;
 
     virtual ~PXDisplayLink() = default;

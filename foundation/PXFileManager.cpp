@@ -1,0 +1,67 @@
+#include "foundation/PXFileManager.h"
+
+#include "foundation/BRLog.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr mode_t kEverything = 0777; // What the user's umask leaves of it.
+
+bool isTaken(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
+} // namespace
+
+namespace PXFileManager {
+
+PXExpected<void> createAllDirectoriesForPath(const QString &path)
+{
+    if (path.isEmpty())
+        return {};
+    const QString whole = QDir::cleanPath(path);
+    for (qsizetype end = whole.indexOf(u'/', 1);; end = whole.indexOf(u'/', end + 1)) {
+        const QString prefix = end < 0 ? whole : whole.first(end);
+        const QByteArray name = QFile::encodeName(prefix);
+        // Another program may make it between the question and the call.
+        if (!QFileInfo(prefix).isDir() && ::mkdir(name.constData(), kEverything) != 0) {
+            const int errorNumber = errno;
+            if (errorNumber != EEXIST || !QFileInfo(prefix).isDir()) {
+                PXError error
+                    = PXPOSIXError(errorNumber, u"Could not create the folder "_s + prefix);
+                BRLog(BRLogError, error.description);
+                return PXFail(std::move(error));
+            }
+        }
+        if (end < 0)
+            return {};
+    }
+}
+
+QString uniquePathForFileWithDesiredPath(const QString &path)
+{
+    const qsizetype nameStart = path.lastIndexOf(u'/') + 1;
+    const qsizetype dot = path.lastIndexOf(u'.');
+    // A dot in front hides a file and one at the end stands for itself; neither begins an
+    // extension.
+    const bool hasExtension = dot > nameStart && dot < path.size() - 1;
+    const QString stem = hasExtension ? path.first(dot) : path;
+    const QString extension = hasExtension ? path.sliced(dot) : QString();
+    QString candidate = path;
+    for (int counter = 2; isTaken(candidate); ++counter)
+        candidate = stem + u' ' + QString::number(counter) + extension;
+    return candidate;
+}
+
+} // namespace PXFileManager

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "foundation/PXError.h"
+
+#include <QString>
+
+/// What the system's calls lack. Any thread; failures are `PXPOSIXError`s that name the path.
+namespace PXFileManager {
+
+/// Creates each missing folder on the way, one after the other; those made before a failure stay.
+/// Fails with EEXIST where something other than a folder is in the way.
+PXExpected<void> createAllDirectoriesForPath(const QString &path);
+
+/// `path` itself when nothing is there (not even a dangling link), else the first free one of
+/// "name 2.ext", "name 3.ext", …; another program may take it before the caller does.
+QString uniquePathForFileWithDesiredPath(const QString &path);
+
+} // namespace PXFileManager
