@@ -1,0 +1,287 @@
+#include "tests/framefile/RawCapture.h"
+
+#include <lzo/lzo1x.h>
+
+#include <array>
+#include <stdexcept>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class BRFrameStreamerTest : public RawCaptureTest { };
+
+/// 3 x 2 pixels, lowest row first, alpha undefined.
+Picture threeByTwo()
+{
+    return {0x00000001, 0x00000001, 0x00000001, 0x12AABBCC, 0x34AABBCC, 0x56AABBCC};
+}
+PXPixelView viewOf(Picture &pixels, int width, int height)
+{
+    return {reinterpret_cast<std::byte *>(pixels.data()), std::ptrdiff_t{4} * width, width, height};
+}
+
+TEST_F(BRFrameStreamerTest, AOneFrameRecordingByteForByte)
+{
+    Picture pixels = threeByTwo();
+    const PXRect whole{0, 0, 3, 2};
+    const auto streamer = writer({3, 2}, BRRawCompression::RLE);
+    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{whole}, 0));
+    EXPECT_EQ(contents(indexPath), "") << "no record before its frame";
+    ASSERT_TRUE(streamer->writeDirtyRect(whole, whole, viewOf(pixels, 3, 2)));
+
+    // Nothing waits in the program: both files are read while the writer is open.
+    QByteArray header = "564c4f54"
+                        "02000000"
+                        "30000000"
+                        "03000000"
+                        "02000000"
+                        "0000000000000000"
+                        "00000000"
+                        "02000000"
+                        "01000000"
+                        "01";
+    const QByteArray frame = "01000000"
+                             "0000000000000000"
+                             "00000000"
+                             "00000000"
+                             "03000000"
+                             "02000000"
+                             "07000000"
+                             "00000100000103"
+                             "07000000"
+                             "aabbccaabbcc03";
+    EXPECT_EQ(contents(path).toHex(), header + frame);
+    EXPECT_EQ(contents(indexPath).toHex(),
+              "00000000"
+              "2900000000000000"
+              "0000000000000000"
+              "01000000");
+    EXPECT_EQ(streamer->bytesReadWritten(), 12U + 16 + 22);
+
+    ASSERT_TRUE(streamer->setDuration(1.5));
+    ASSERT_TRUE(streamer->setTotalNumberOfFrames(1));
+    header.replace(40, 24,
+                   "000000000000f83f"
+                   "01000000");
+    EXPECT_EQ(contents(path).toHex(), header + frame);
+    EXPECT_EQ(streamer->bytesReadWritten(), 12U + 16 + 22 + 12);
+}
+
+TEST_F(BRFrameStreamerTest, LZOHoldsThePackedOpaqueBlock)
+{
+    Picture pixels = threeByTwo();
+    const auto streamer = writer({3, 2}, BRRawCompression::LZO);
+    const PXRect dirty{1, 0, 2, 2};
+    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{dirty}, 0.25));
+    ASSERT_TRUE(streamer->writeDirtyRect(dirty, dirty, viewOf(pixels, 3, 2)));
+
+    const std::array<std::uint32_t, 4> packed{0xFF000001, 0xFF000001, 0xFFAABBCC, 0xFFAABBCC};
+    std::array<unsigned char, 128> compressed = {};
+    std::vector<unsigned char> work(LZO1X_1_MEM_COMPRESS);
+    lzo_uint length = 0;
+    lzo1x_1_compress(reinterpret_cast<const unsigned char *>(packed.data()), sizeof packed,
+                     compressed.data(), &length, work.data());
+    const QByteArray payload(reinterpret_cast<const char *>(compressed.data()), qsizetype(length));
+    const QByteArray bytes = contents(path);
+    EXPECT_EQ(bytes.mid(32, 9).toHex(), "010000000200000001") << "LZO, pixel format 2, upside down";
+    EXPECT_EQ(bytes.mid(41).toHex(),
+              QByteArray("01000000"
+                         "000000000000d03f"
+                         "01000000"
+                         "00000000"
+                         "02000000"
+                         "02000000")
+                  + QByteArray::number(qsizetype(length), 16).rightJustified(2, '0') + "000000"
+                  + payload.toHex());
+    EXPECT_EQ(contents(indexPath).right(4).toHex(), "00000000") << "not a key frame";
+}
+
+TEST_F(BRFrameStreamerTest, NoneHasWholeRowsOfTheBuffer)
+{
+    Picture pixels = threeByTwo();
+    const auto streamer = writer({3, 2}, BRRawCompression::None);
+    const PXRect dirty{1, 0, 2, 2};
+    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{dirty}, 0));
+    ASSERT_TRUE(streamer->writeDirtyRect(dirty, dirty, viewOf(pixels, 3, 2)));
+    EXPECT_EQ(contents(path).mid(41 + 12 + 16).toHex(),
+              "10000000"
+              "010000ff010000ff00000000"
+              "ccbbaaffccbbaaff00000000");
+    EXPECT_EQ(streamer->bytesReadWritten(), 12U + 16 + 4 + 16);
+}
+
+TEST_F(BRFrameStreamerTest, CoordinatesAreTruncatedAndClamped)
+{
+    const auto streamer = writer({3, 2}, BRRawCompression::RLE);
+    const PXRect empty{-4, 1e10F, 2.9F, 0};
+    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{empty}, 0));
+    ASSERT_TRUE(streamer->writeDirtyRect(empty, empty, {}));
+    EXPECT_EQ(contents(path).mid(53).toHex(),
+              "00000000"
+              "ffffffff"
+              "02000000"
+              "00000000");
+}
+
+TEST_F(BRFrameStreamerTest, MisuseIsABug)
+{
+    Picture pixels = threeByTwo();
+    const PXRect whole{0, 0, 3, 2};
+    const auto streamer = writer({3, 2}, BRRawCompression::RLE);
+    EXPECT_THROW(static_cast<void>(streamer->writeDirtyRect(whole, whole, {})), std::logic_error);
+    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{whole}, 0));
+    EXPECT_THROW(static_cast<void>(streamer->writeFrameWithDirtyRects({}, 0)), std::logic_error);
+    for (const PXRect &outside : {PXRect{1, 0, 3, 2}, PXRect{0, -1, 3, 2}, PXRect{0, 1, 3, 2}})
+        EXPECT_THROW(
+            static_cast<void>(streamer->writeDirtyRect(whole, outside, viewOf(pixels, 3, 2))),
+            std::logic_error);
+    EXPECT_THROW(writer({0, 2}, BRRawCompression::RLE), std::logic_error);
+    EXPECT_THROW(writer({40000, 2}, BRRawCompression::RLE), std::logic_error);
+}
+
+struct RoundTripCase {
+    const char *name;
+    BRRawCompression compression;
+    int width;
+    int height;
+};
+const RoundTripCase kRoundTripCases[] = {
+    {"lzo", BRRawCompression::LZO, 67, 43},
+    {"rle", BRRawCompression::RLE, 67, 43},
+    {"lzoOfOnePixel", BRRawCompression::LZO, 1, 1},
+    {"rleOfOnePixel", BRRawCompression::RLE, 1, 1},
+    {"rleWiderThanABlock", BRRawCompression::RLE, 32000, 9},
+    {"lzoLargerThanTheFileBuffer", BRRawCompression::LZO, 400, 300},
+};
+
+TEST_F(BRFrameStreamerTest, WhatGoesInComesOut)
+{
+    for (const RoundTripCase &c : kRoundTripCases) {
+        RandomRecording recording(7, c.width, c.height);
+        std::vector<Frame> written;
+        {
+            const auto streamer = writer({float(c.width), float(c.height)}, c.compression);
+            for (int i = 0; i < 12; ++i) {
+                ASSERT_TRUE(recording.writeFrame(*streamer, i / 30.0)) << c.name;
+                written.push_back({i / 30.0, i == 0, recording.rects, recording.picture});
+            }
+            ASSERT_TRUE(streamer->setDuration(11 / 30.0));
+            ASSERT_TRUE(streamer->setTotalNumberOfFrames(streamer->numberOfFramesWritten()));
+        }
+        const auto streamer = reader();
+        EXPECT_EQ(streamer->frameIndex().size(), 12U) << c.name;
+        bool wasCutShort = true;
+        const auto read = framesOf(*streamer, &wasCutShort);
+        EXPECT_FALSE(wasCutShort) << c.name;
+        ASSERT_EQ(read.size(), written.size()) << c.name;
+        for (std::size_t i = 0; i < read.size(); ++i) {
+            EXPECT_EQ(read[i].timestamp, written[i].timestamp);
+            EXPECT_EQ(read[i].rects, written[i].rects);
+            EXPECT_TRUE(read[i].picture == written[i].picture) << c.name << " frame " << i;
+        }
+        const auto again = reader();
+        const auto argb = framesOf(*again, nullptr, BRPixelOrder::ARGB);
+        ASSERT_EQ(argb.size(), 12U);
+        for (std::size_t i = 0; i < argb[11].picture.size(); ++i)
+            ASSERT_EQ(__builtin_bswap32(argb[11].picture[i]), written[11].picture[i]) << c.name;
+    }
+}
+
+TEST_F(BRFrameStreamerTest, NoneComesOutTheRightWayUpForKeyFrames)
+{
+    RandomRecording recording(8, 5, 4);
+    {
+        const auto streamer = writer({5, 4}, BRRawCompression::None);
+        ASSERT_TRUE(recording.writeFrame(*streamer, 0));
+        ASSERT_TRUE(streamer->setTotalNumberOfFrames(1));
+    }
+    const auto streamer = reader();
+    const auto frames = framesOf(*streamer);
+    ASSERT_EQ(frames.size(), 1U);
+    EXPECT_EQ(frames[0].picture, recording.picture);
+    EXPECT_TRUE(frames[0].isKeyFrame);
+
+    // The plain reading call gives the bytes as they are stored: lowest row first.
+    ASSERT_TRUE(streamer->gotoFrameIndex(0));
+    std::uint32_t count = 0;
+    double timestamp = 0;
+    PXRect rect;
+    Picture stored(20);
+    ASSERT_TRUE(streamer->readFrame(count, timestamp));
+    ASSERT_TRUE(streamer->readDirtyRect(rect, std::as_writable_bytes(std::span(stored))));
+    EXPECT_TRUE(std::equal(stored.begin(), stored.begin() + 5, recording.picture.end() - 5));
+}
+
+TEST_F(BRFrameStreamerTest, RLERowsComeBackInReverseAndARGB)
+{
+    Picture pixels = threeByTwo();
+    const PXRect whole{0, 0, 3, 2};
+    const auto streamer = writer({3, 2}, BRRawCompression::RLE);
+    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{whole}, 0));
+    ASSERT_TRUE(streamer->writeDirtyRect(whole, whole, viewOf(pixels, 3, 2)));
+    const auto read = reader();
+    EXPECT_TRUE(read->wasInterrupted());
+    std::uint32_t count = 0;
+    double timestamp = 0;
+    PXRect rect;
+    Picture rows(6);
+    ASSERT_TRUE(read->readFrame(count, timestamp));
+    ASSERT_TRUE(read->readDirtyRect(rect, std::as_writable_bytes(std::span(rows))));
+    EXPECT_EQ(rect, whole);
+    EXPECT_EQ(rows,
+              (Picture{0xCCBBAAFF, 0xCCBBAAFF, 0xCCBBAAFF, 0x010000FF, 0x010000FF, 0x010000FF}));
+    EXPECT_FALSE(read->readFrame(count, timestamp));
+}
+
+TEST_F(BRFrameStreamerTest, PositionsBeyondFourGigabytes)
+{
+    // A sparse hole between two frames stands for hours of recording.
+    constexpr qint64 hole = qint64{5} << 30;
+    RandomRecording recording(9, 8, 8);
+    {
+        const auto streamer = writer({8, 8}, BRRawCompression::LZO);
+        ASSERT_TRUE(recording.writeFrame(*streamer, 0));
+        ASSERT_TRUE(streamer->setTotalNumberOfFrames(2));
+    }
+    QFile frames(path);
+    ASSERT_TRUE(frames.open(QIODevice::ReadWrite));
+    const QByteArray frame = frames.readAll().mid(41);
+    ASSERT_TRUE(frames.resize(hole) && frames.seek(hole));
+    frames.write(frame);
+    frames.close();
+    QFile index(indexPath);
+    ASSERT_TRUE(index.open(QIODevice::Append));
+    index.write(QByteArray::fromHex("01000000"
+                                    "0000004001000000"
+                                    "000000000000f03f"
+                                    "01000000"));
+    index.close();
+
+    const auto streamer = reader();
+    ASSERT_EQ(streamer->frameIndex().size(), 2U);
+    EXPECT_EQ(streamer->frameIndex()[1].position, std::uint64_t{hole});
+    const auto read = framesOf(*streamer);
+    ASSERT_EQ(read.size(), 2U);
+    EXPECT_EQ(read[1].picture, recording.picture);
+}
+
+TEST_F(BRFrameStreamerTest, FilesThatCannotBeMade)
+{
+    const auto made = BRFrameStreamer::withFilePathForWriting(folder.filePath(u"none/frames"_s),
+                                                              {3, 2}, BRRawCompression::LZO, 0);
+    ASSERT_FALSE(made);
+    EXPECT_EQ(made.error().code, ENOENT);
+    EXPECT_TRUE(made.error().description.contains(u"none/frames"_s));
+    EXPECT_EQ(
+        BRFrameStreamer::withFilePathForWriting(folder.path(), {3, 2}, BRRawCompression::LZO, 0)
+            .error()
+            .code,
+        EISDIR);
+    const auto streamer = writer({3, 2}, BRRawCompression::RLE);
+    ASSERT_TRUE(streamer->deleteFile());
+    EXPECT_TRUE(QFile::exists(indexPath));
+    EXPECT_EQ(streamer->deleteFile().error().code, ENOENT);
+}
+
+} // namespace
