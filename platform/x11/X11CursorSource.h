@@ -1,0 +1,57 @@
+#pragma once
+
+#include "platform/PXCursorSource.h"
+#include "platform/x11/X11Connection.h"
+#include "platform/x11/X11PointerWatch.h"
+
+#include <xcb/xfixes.h>
+
+#include <memory>
+
+/// Asks for the pointer's place each time, for the picture (XFixes) only when the server has
+/// said that it changed. A cursor that another program hides by XFixesHideCursor is still told:
+/// the server does not say.
+class X11CursorSource final : public PXCursorSource {
+public:
+    static PXExpected<std::unique_ptr<X11CursorSource>>
+    onConnections(std::unique_ptr<X11Connection> questions, std::unique_ptr<X11Connection> events);
+    ~X11CursorSource() override;
+
+    void askAhead() override;
+    PXExpected<std::optional<PXCursor>> cursor() override;
+    PXExpected<PXPixelRect> pointerPixel() override;
+    void callOnceWhenMoved(std::function<void()> moved) override
+    {
+        _watch->callOnce(std::move(moved));
+    }
+    bool mayHaveMoved() override;
+
+private:
+    struct Place {
+        int x = 0;
+        int y = 0;
+
+        friend bool operator==(const Place &, const Place &) = default;
+    };
+    struct Picture {
+        std::shared_ptr<const PXCursorImage> image; ///< None: nothing to be seen.
+        Place hotSpot;
+        std::uint64_t serial = 0;
+    };
+
+    explicit X11CursorSource(std::unique_ptr<X11Connection> connection);
+    PXExpected<void> _askPlace();
+    PXExpected<void> _askPicture();
+    void _readEvents();
+    void _forgetQuestion();
+
+    std::unique_ptr<X11Connection> _connection;
+    std::uint8_t _cursorNotify; ///< The event's number.
+    Place _place; ///< As told last.
+    Picture _picture; ///< As told last.
+    bool _pictureChanged = true;
+    bool _isToldOfPictures = false; ///< The server tells when the picture changes.
+    unsigned _question = 0; ///< The sequence number of a request that is under way; 0: none.
+    bool _askedAhead = false; ///< It is `askAhead()`'s, not that of `mayHaveMoved()`.
+    std::unique_ptr<X11PointerWatch> _watch;
+};
