@@ -1,0 +1,71 @@
+#include "capture/BRDiskSyncer.h"
+
+#include "foundation/BRLog.h"
+#include "foundation/PXThread.h"
+
+#include <QFile>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+using namespace std::chrono_literals;
+
+namespace {
+constexpr auto kTimeBetweenSyncs = 2s;
+}
+
+BRDiskSyncer::BRDiskSyncer(QStringList filePaths)
+    : _filePaths(std::move(filePaths)), _thread([this](const std::stop_token &stop) { _run(stop); })
+{
+}
+
+BRDiskSyncer::~BRDiskSyncer() = default;
+
+void BRDiskSyncer::noteThatFilesWereWritten()
+{
+    {
+        PXLock lock(_lock);
+        if (_mustBeSynced)
+            return;
+        _mustBeSynced = true;
+    }
+    _written.notify_one();
+}
+
+void BRDiskSyncer::_run(const std::stop_token &stop)
+{
+    PXSetThreadName("tolvane-sync");
+    while (!stop.stop_requested()) {
+        {
+            PXLock lock(_lock);
+            _written.wait(lock, stop, [this]() PX_NO_THREAD_ANALYSIS { return _mustBeSynced; });
+            // Nobody notifies during this wait: only the stop ends it early.
+            _written.wait_for(lock, stop, kTimeBetweenSyncs, [] { return false; });
+            if (!_mustBeSynced)
+                continue;
+            _mustBeSynced = false;
+        }
+        _sync();
+    }
+    // The stop may have come during a sync, and more been written meanwhile.
+    if (PXLock lock(_lock); _mustBeSynced)
+        _sync();
+}
+
+void BRDiskSyncer::_sync() const
+{
+    for (const QString &path : _filePaths) {
+        // Opened anew each time: any descriptor of the file syncs all that was written to it, and
+        // the writer may have made the file anew.
+        const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+        if (file < 0)
+            continue;
+        if (::fdatasync(file) != 0)
+            BRLog(BRLogWarning, "fdatasync() failed with error %i", errno);
+        ::close(file);
+    }
+}

@@ -1,0 +1,382 @@
+#include "capture/BRScreenRecorder.h"
+
+#include "capture/BRCameraPlacement.h"
+#include "capture/BRDiskSyncer.h"
+#include "foundation/BRLog.h"
+#include "foundation/PXClock.h"
+#include "foundation/PXDefaults.h"
+#include "foundation/PXFileManager.h"
+#include "foundation/PXMainThread.h"
+#include "foundation/PXNotificationCenter.h"
+#include "foundation/PXPropertyList.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+const QString kBRScreenRecorderScreenSelectionRectChangedNotification
+    = u"BRScreenRecorderScreenSelectionRectChangedNotification"_s;
+const QString kBRCaptureVideoDataName = u"Brimmet Capture Video Data"_s;
+const QString kBRMovieInfoName = u"Info.plist"_s;
+
+BRScreenRecorder::BRScreenRecorder(QString uuid, BRScreenRecorderDelegate *delegate,
+                                   PXScreenPlatform &platform, BRStatusItem *statusItem,
+                                   BRMovieBounds *movieBounds)
+    : _uuid(std::move(uuid)),
+      _delegate(delegate),
+      _platform(platform),
+      _statusItem(statusItem),
+      _movieBounds(movieBounds)
+{
+    BRLog(BRLogDebug, "BRScreenRecorder created");
+}
+
+BRScreenRecorder::~BRScreenRecorder()
+{
+    BRLog(BRLogDebug, "BRScreenRecorder dealloc");
+    _delegate = nullptr;
+    if (_isRecording)
+        stopRecording();
+    {
+        PXLock lock(_stoppedLock);
+        _hasBeenInformed = true;
+    }
+    _stopped.notify_all();
+    if (_displayLink)
+        _displayLink->stop();
+    // An owner that did not wait for the end gets a whole file all the same, without a last frame.
+    if (_frameReader)
+        _finishFile();
+    // Their threads wake the link, which goes first.
+    _frameReader.reset();
+    _damageSource.reset();
+}
+
+PXExpected<void> BRScreenRecorder::startRecording(const BRScreenRecordingOptions &options)
+{
+    BRLog(BRLogDebug, "BRScreenRecorder startRecording:");
+    if (!(options.numberOfFramesPerSecond > 0)) {
+        return PXFail({kBRErrorDomain,
+                       1,
+                       u"Cannot record %1 frames per second"_s.arg(
+                           static_cast<double>(options.numberOfFramesPerSecond)),
+                       u"Choose a rate above 0."_s,
+                       {}});
+    }
+    _setOptions(options);
+    if (auto created = _createFrameReaderAndWriter(); !created)
+        return created;
+    _setIsRecording(true);
+    if (_statusItem)
+        _statusItem->setStatusItemImage(u"status-recording"_s);
+    if (options.cameraMode == 1)
+        _takeNoticeThatMouseMoved(_mouseLocation().value_or(PXPoint{}));
+    else
+        _setScreenSelectionRect(currentScreenSelectionRect());
+    if (_movieBounds && options.displayMovieBounds) {
+        _movieBounds->setScreenSelectionRect(currentScreenSelectionRect());
+        _movieBounds->orderFront();
+    }
+    if (_delegate)
+        _delegate->screenRecorderCVHostTimeOfFirstFrame(*this, PXCurrentHostTime());
+    if (auto grabbed = _grabFirstFrame(); !grabbed) {
+        _damageSource.reset();
+        _frameReader.reset();
+        if (_movieBounds)
+            _movieBounds->orderOut();
+        {
+            // The caller gets the error; nobody is to hear of it twice.
+            const PXLock lock(_failureLock);
+            _failure.reset();
+        }
+        _setIsRecording(false);
+        if (_statusItem)
+            _statusItem->setStatusItemImage(u"status-normal"_s);
+        return grabbed;
+    }
+    _startDisplayLink();
+    _frameWriter->startThread();
+    return {};
+}
+
+void BRScreenRecorder::_setOptions(const BRScreenRecordingOptions &options)
+{
+    PXLock lock(_optionsLock);
+    _options = options;
+    // Whole pixels: a selection that began between two of them would be a pixel wider on the
+    // screen than in the file.
+    _options.screenSelectionSize = {std::trunc(options.screenSelectionSize.width),
+                                    std::trunc(options.screenSelectionSize.height)};
+    const PXRect rect = options.screenSelectionRect;
+    _options.screenSelectionRect
+        = {std::trunc(rect.x), std::trunc(rect.y), std::trunc(rect.width), std::trunc(rect.height)};
+    _interval = 1.0 / static_cast<double>(options.numberOfFramesPerSecond);
+}
+
+PXExpected<void> BRScreenRecorder::_grabFirstFrame()
+{
+    PXLock lock(_grabbingLock);
+    const double now = PXTimeIntervalSinceReferenceDate();
+    _absoluteTimeOfLastFrame = 0;
+    _absoluteTimeOfFirstFrame = _absoluteTimeOfLastKeyFrame = now;
+    // Damage is collected from before the first read on: what is painted during it is reported.
+    auto collecting = _damageSource->start([this] {
+        _hasDamage = true;
+        _wakeDisplayLink();
+    });
+    if (!collecting)
+        return collecting;
+    const PXRect wholeSelection = currentScreenSelectionRect();
+    _addDirtyRects({&wholeSelection, 1});
+    return _grabRectsNow(now);
+}
+
+PXExpected<void> BRScreenRecorder::_createFrameReaderAndWriter()
+{
+    const BRScreenRecordingOptions options = _currentOptions();
+    auto damageSource = _platform.makeDamageSource();
+    auto frameReader = BRFrameReader::pixelsWide(
+        PXClampToInt(static_cast<double>(options.screenSelectionSize.width)),
+        PXClampToInt(static_cast<double>(options.screenSelectionSize.height)), options.showCursor,
+        _platform, *this);
+    if (!damageSource || !frameReader) {
+        BRLog(BRLogError, "Could not create a frame reader.");
+        return PXFail(frameReader ? damageSource.error() : frameReader.error());
+    }
+
+    _folderPath
+        = PXDefaults::standardUserDefaults().stringValue(u"moviesFolderPath"_s) + u'/' + _uuid;
+    if (auto made = PXFileManager::createAllDirectoriesForPath(_folderPath); !made) {
+        BRLog(BRLogDebug, "Could not create a frame streamer.");
+        return made;
+    }
+    const QString filePath = _folderPath + u'/' + kBRCaptureVideoDataName;
+    auto diskSyncer = std::make_unique<BRDiskSyncer>(QStringList{filePath, filePath + u".index"_s});
+    auto makeStreamer = [filePath, options] {
+        return BRFrameStreamer::withFilePathForWriting(
+            filePath, options.screenSelectionSize,
+            static_cast<BRRawCompression>(options.videoCompression), options.lossyLevel);
+    };
+    auto frameWriter = BRFrameWriter::withStreamer(
+        std::move(makeStreamer), [this](const PXError &error) { _fail(error); },
+        [syncer = diskSyncer.get()] { syncer->noteThatFilesWereWritten(); });
+    if (!frameWriter) {
+        BRLog(BRLogDebug, "Could not create a frame streamer.");
+        return PXFail(std::move(frameWriter).error());
+    }
+    _damageSource = *std::move(damageSource);
+    _frameReader = *std::move(frameReader);
+    _diskSyncer = std::move(diskSyncer);
+    _frameWriter = *std::move(frameWriter);
+    return {};
+}
+
+void BRScreenRecorder::_startDisplayLink()
+{
+    auto displayLink = _platform.makeDisplayLink();
+    if (!displayLink) {
+        BRLog(BRLogWarning, PXErrorLine(displayLink.error()));
+        return;
+    }
+    _displayLink = *std::move(displayLink);
+    // Before it runs: what is woken then is called at its first refresh.
+    _runningDisplayLink = _displayLink.get();
+    if (const auto started = _displayLink->start([this](auto) { return _displayLinkCallback(); });
+        !started) {
+        BRLog(BRLogWarning, PXErrorLine(started.error()));
+        _runningDisplayLink = nullptr;
+        _displayLink.reset();
+    }
+}
+
+void BRScreenRecorder::_setIsRecording(bool isRecording)
+{
+    _isRecording = isRecording;
+    if (_delegate)
+        _delegate->screenRecorderIsRecordingDidChange(*this);
+}
+
+void BRScreenRecorder::stopRecording()
+{
+    if (_isStopping)
+        return;
+    if (_hasReported)
+        return;
+    _isStopping = true;
+    BRLog(BRLogDebug, "BRScreenRecorder stopRecording:");
+    if (!_frameReader) {
+        // Never started: there is nothing to end, and the owner still waits for the report.
+        PXMainThread::post(&_mainThread, [this] { _tellDelegateThatRecordingStopped(); });
+        return;
+    }
+    _damageSource->stop();
+    BRLog(BRLogDebug, "BRScreenRecorder stopRecording: after unregistering screen refresh");
+    _frameWriter->stopThread();
+    _frameWriter->closeMailbox();
+    BRLog(BRLogDebug, "BRScreenRecorder stopRecording: after lock release");
+    _setIsRecording(false);
+    if (_statusItem) {
+        _statusItem->setStatusItemText(std::nullopt);
+        _statusItem->setStatusItemImage(u"status-normal"_s);
+    }
+    {
+        PXLock lock(_grabbingLock);
+        const double duration = _absoluteTimeOfLastFrame - _absoluteTimeOfFirstFrame;
+        // A single grab has no rate.
+        _averageFPS = duration > 0 ? static_cast<float>(_totalFramesGrabbed / duration) : 0.0F;
+    }
+    BRLog(BRLogDebug, "BRScreenRecorder stopRecording: end");
+    if (_displayLink)
+        _displayLink->wake(PXDisplayLink::kAtOnce);
+    else
+        PXMainThread::post(&_mainThread, [this] { _informDelegateRecordingStopped(); });
+}
+
+void BRScreenRecorder::_informDelegateRecordingStopped()
+{
+    BRLog(BRLogDebug, "BRScreenRecorder _informDelegateRecordingStopped:");
+    {
+        PXLock lock(_grabbingLock);
+        const PXRect wholeSelection = currentScreenSelectionRect();
+        _addDirtyRects({&wholeSelection, 1});
+        if (!_hasFailed) {
+            if (const auto grabbed = _grabRectsNow(PXTimeIntervalSinceReferenceDate()); !grabbed)
+                BRLog(BRLogError, PXErrorLine(grabbed.error()));
+        }
+        BRLog(BRLogDebug, "BRScreenRecorder stopRecording: after _grabRectsNow:");
+        _frameReader->flushRemainingDirtyRects();
+        _frameWriter->writeFrameThatMustBeWritten();
+    }
+    if (_movieBounds)
+        _movieBounds->orderOut();
+    _writeAverageCaptureRate();
+    BRLog(BRLogDebug, "BRScreenRecorder _informDelegateRecordingStopped: tidy streamer");
+    _finishFile();
+    _frameReader.reset();
+    BRLog(BRLogDebug, "BRScreenRecorder _informDelegateRecordingStopped: all done");
+    _tellDelegateThatRecordingStopped();
+}
+
+void BRScreenRecorder::_finishFile()
+{
+    PXLock lock(_grabbingLock);
+    // Frames after a failed write were grabbed and dropped: the header counts what is there.
+    const std::uint32_t frames
+        = std::min(_totalNumberOfFramesInStream.load(), _frameWriter->totalFramesWritten());
+    const auto finished
+        = _frameWriter->finish(_absoluteTimeOfLastFrame - _absoluteTimeOfFirstFrame, frames);
+    if (!finished)
+        _fail(finished.error());
+    _diskSyncer->noteThatFilesWereWritten();
+}
+
+void BRScreenRecorder::_tellDelegateThatRecordingStopped()
+{
+    _tellDelegateOfFailure();
+    _hasReported = true;
+    if (_delegate)
+        _delegate->screenRecorderDidStopRecording(*this);
+    _isStopping = false;
+}
+
+void BRScreenRecorder::_writeAverageCaptureRate() const
+{
+    const QString path = _folderPath + u'/' + kBRMovieInfoName;
+    QVariantMap info;
+    if (QFileInfo::exists(path)) {
+        auto read = PXPropertyList::read(path);
+        if (!read) {
+            // Better without a rate than without the rest of what it says.
+            BRLog(BRLogWarning, PXErrorLine(read.error()));
+            return;
+        }
+        info = *std::move(read);
+    }
+    info.insert(u"averageCaptureRate"_s, _averageFPS);
+    auto written = PXFileManager::createAllDirectoriesForPath(_folderPath);
+    if (written)
+        written = PXPropertyList::write(info, path, PXPropertyList::Format::XML);
+    if (!written)
+        BRLog(BRLogError, PXErrorLine(written.error()));
+}
+
+void BRScreenRecorder::_fail(const PXError &error)
+{
+    if (_hasFailed.exchange(true))
+        return;
+    BRLog(BRLogError, PXErrorLine(error));
+    {
+        const PXLock lock(_failureLock);
+        _failure = error;
+    }
+    PXMainThread::post(&_mainThread, [this] { _tellDelegateOfFailure(); });
+}
+
+void BRScreenRecorder::_tellDelegateOfFailure()
+{
+    std::optional<PXError> failure;
+    {
+        const PXLock lock(_failureLock);
+        failure = std::exchange(_failure, std::nullopt);
+    }
+    if (failure && _delegate)
+        _delegate->screenRecorderFailed(*this, *failure);
+}
+
+BRScreenRecordingOptions BRScreenRecorder::_currentOptions() const
+{
+    PXLock lock(_optionsLock);
+    return _options;
+}
+
+PXRect BRScreenRecorder::currentScreenSelectionRect() const
+{
+    return _currentOptions().screenSelectionRect;
+}
+
+std::uint32_t BRScreenRecorder::totalFramesWritten() const
+{
+    return _frameWriter ? _frameWriter->totalFramesWritten() : 0;
+}
+
+void BRScreenRecorder::toggleCameraMode()
+{
+    {
+        PXLock lock(_optionsLock);
+        _options.cameraMode = _options.cameraMode == 0 ? 1 : 0;
+    }
+    _mustLook = true;
+    _wakeDisplayLink();
+}
+
+std::optional<PXPoint> BRScreenRecorder::_mouseLocation()
+{
+    const auto pixel = _frameReader->cursorSource().pointerPixel();
+    if (!pixel)
+        return std::nullopt;
+    return PXPointFromPixels(pixel->x, pixel->y, _platform.mainDisplay().bounds());
+}
+
+void BRScreenRecorder::_setScreenSelectionRect(const PXRect &rect)
+{
+    {
+        PXLock lock(_optionsLock);
+        _options.screenSelectionRect = rect;
+    }
+    PXNotificationCenter::defaultCenter().postNotificationName(
+        kBRScreenRecorderScreenSelectionRectChangedNotification, this);
+}
+
+void BRScreenRecorder::_takeNoticeThatMouseMoved(PXPoint mouseLocation)
+{
+    const BRScreenRecordingOptions options = _currentOptions();
+    const PXPixelRect display = _platform.mainDisplay().bounds();
+    _setScreenSelectionRect(BRCenteredCameraRect(
+        mouseLocation, options.screenSelectionSize,
+        {static_cast<float>(display.width), static_cast<float>(display.height)}));
+    if (_movieBounds && options.displayMovieBounds)
+        _movieBounds->setScreenSelectionRect(currentScreenSelectionRect());
+}

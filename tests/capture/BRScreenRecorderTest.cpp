@@ -1,0 +1,277 @@
+#include "foundation/PXClock.h"
+#include "tests/capture/RecordingSession.h"
+#include "tests/support/PaintedWindow.h"
+
+#include <gtest/gtest.h>
+
+#include <QFileInfo>
+
+#include <csignal>
+#include <sys/resource.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// A square of `size` pixels in pictures of `frames`; the cursor of a PaintedWindow is opaque.
+QImage withoutCursorAt(const QImage &picture, const QRect &cursor)
+{
+    QImage copy = picture;
+    for (int y = std::max(0, cursor.top()); y <= std::min(cursor.bottom(), copy.height() - 1); ++y)
+        for (int x = std::max(0, cursor.left()); x <= std::min(cursor.right(), copy.width() - 1);
+             ++x)
+            copy.setPixel(x, y, 0xFF000000);
+    return copy;
+}
+
+TEST(ScreenRecorder, AStillScreenIsAFirstAndALastFrame)
+{
+    const VirtualDisplay display(320, 200);
+    const PaintedWindow window(display, {10, 10, 100, 100});
+    RecordingSession session(display);
+    const std::uint64_t before = PXCurrentHostTime();
+    ASSERT_TRUE(session.start(session.options()));
+    EXPECT_TRUE(session.recorder().isRecording());
+    EXPECT_GE(session.hostTimeOfFirstFrame, before);
+    // The frame in the ring is not held back for as long as nothing changes.
+    session.waitForFrames(1);
+    EXPECT_EQ(session.frames().size(), 1U);
+    session.stop();
+    EXPECT_FALSE(session.recorder().isRecording());
+    const auto frames = session.frames();
+    ASSERT_EQ(frames.size(), 2U);
+    EXPECT_TRUE(frames[0].isKeyFrame && frames[1].isKeyFrame);
+    EXPECT_EQ(frames[0].timestamp, 0);
+    EXPECT_GT(frames[1].timestamp, 0);
+    // One grab before the stop: there is no rate to speak of.
+    EXPECT_EQ(session.info().value(u"averageCaptureRate"_s).toDouble(), 0);
+}
+
+TEST(ScreenRecorder, EndsWithExactlyWhatTheScreenShows)
+{
+    const VirtualDisplay display(640, 480);
+    display.warpPointer(639, 479);
+    PaintedWindow window(display, {40, 40, 300, 200});
+    std::mt19937 random(3);
+    for (const std::int32_t compression : {1, 2}) {
+        RecordingSession session(display);
+        auto options = session.options();
+        options.videoCompression = compression;
+        options.showCursor = false;
+        ASSERT_TRUE(session.start(options));
+        for (int step = 0; step < 20; ++step) {
+            window.fillAtRandom(random, 5);
+            window.scroll(7, 0x204060U + static_cast<unsigned>(step));
+            window.moveTo(40 + 8 * step, 40 + 5 * step);
+            session.waitForFrames(static_cast<std::uint32_t>(step) / 2);
+        }
+        session.stop();
+        const auto frames = session.frames();
+        EXPECT_GT(frames.size(), 3U);
+        EXPECT_EQ(frames.back().picture, display.screenshot()) << compression;
+    }
+}
+
+TEST(ScreenRecorder, EveryFrameIsASubsetOfTheScreenAsItWasPainted)
+{
+    // Only the area, off the display's corner, and the picture after each settled change.
+    const VirtualDisplay display(400, 300);
+    PaintedWindow window(display, {0, 0, 400, 300}, 0x102030);
+    RecordingSession session(display);
+    auto options = session.options();
+    options.showCursor = false;
+    options.screenSelectionRect = {50, 60, 200, 100};
+    options.screenSelectionSize = {200, 100};
+    ASSERT_TRUE(session.start(options));
+    session.waitForFrames(1);
+    window.fill({60, 150, 30, 20}, 0xFF0000);
+    window.fill({0, 0, 40, 40}, 0x00FF00); // Outside.
+    session.waitForFrames(2);
+    session.stop();
+    const auto frames = session.frames();
+    ASSERT_EQ(frames.size(), 3U);
+    // The display is 300 high: its row 150 is 300 - 150 - 20 - 60 above the selection's lower edge.
+    EXPECT_EQ(frames[1].rects, (std::vector<PXRect>{{10, 70, 30, 20}}));
+    EXPECT_EQ(frames[1].picture.pixel(10, 10), 0xFFFF0000U);
+    EXPECT_EQ(frames[1].picture.pixel(9, 10), 0xFF102030U);
+    EXPECT_EQ(frames[2].picture, display.screenshot().copy(50, 140, 200, 100));
+}
+
+TEST(ScreenRecorder, TheCursorIsInThePictureAndLeavesNoTrace)
+{
+    const VirtualDisplay display(400, 300);
+    PaintedWindow window(display, {0, 0, 400, 300}, 0x406080);
+    window.setCursor(16, 4, 6);
+    display.warpPointer(100, 100);
+    RecordingSession session(display);
+    ASSERT_TRUE(session.start(session.options()));
+    session.waitForFrames(1);
+    display.movePointerBy(50, 20);
+    session.waitForFrames(2);
+    display.warpPointer(300, 200); // Makes no motion of a device, and is found all the same.
+    session.waitForFrames(3);
+    session.stop();
+    const auto frames = session.frames();
+    const QRect places[] = {{96, 94, 16, 16}, {146, 114, 16, 16}, {296, 194, 16, 16}};
+    const QImage bare = display.screenshot();
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_NE(frames[i].picture, bare) << i;
+        EXPECT_EQ(withoutCursorAt(frames[i].picture, places[i]), withoutCursorAt(bare, places[i]))
+            << i;
+    }
+}
+
+TEST(ScreenRecorder, TheCameraFollowsThePointerAndComesToRestOverIt)
+{
+    const VirtualDisplay display(600, 400);
+    PaintedWindow window(display, {0, 0, 600, 400}, 0x506070);
+    std::mt19937 random(5);
+    window.fillAtRandom(random, 200);
+    display.warpPointer(100, 100);
+    RecordingSession session(display);
+    auto options = session.options();
+    options.cameraMode = 1;
+    options.showCursor = false;
+    options.screenSelectionSize = {200, 100};
+    ASSERT_TRUE(session.start(options));
+    EXPECT_EQ(session.recorder().currentScreenSelectionRect(), (PXRect{0, 250, 200, 100}));
+    session.waitForFrames(1);
+    display.movePointerBy(300, 150);
+    // One grab sees that the pointer moved, the next shows the new place, with nothing else moving.
+    session.waitForFrames(3);
+    const auto frames = session.frames();
+    EXPECT_EQ(frames.back().picture, display.screenshot().copy(300, 200, 200, 100));
+    session.recorder().toggleCameraMode();
+    session.stop();
+}
+
+TEST(ScreenRecorder, KeyFramesComeAfterThirtyGrabsAndThreeSeconds)
+{
+    const VirtualDisplay display(200, 100);
+    PaintedWindow window(display, {0, 0, 200, 100});
+    RecordingSession session(display);
+    auto options = session.options();
+    options.showCursor = false;
+    ASSERT_TRUE(session.start(options));
+    std::uint32_t count = 0;
+    std::vector<RecordedFrame> frames;
+    session.waitUntil([&] {
+        window.fill({static_cast<int>(count % 190), 0, 4, 4}, 0x010101U * (count % 255));
+        ++count;
+        frames = session.frames();
+        return !frames.empty() && frames.back().timestamp > 3.5;
+    });
+    session.stop();
+    std::vector<std::size_t> keyFrames;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        if (frames[i].isKeyFrame)
+            keyFrames.push_back(i);
+    }
+    ASSERT_EQ(keyFrames.size(), 2U);
+    EXPECT_GE(keyFrames[1], 31U);
+    EXPECT_GT(frames[keyFrames[1]].timestamp, 3.0);
+}
+
+TEST(ScreenRecorder, AFullDiskEndsTheRecordingAndKeepsItsFrames)
+{
+    const VirtualDisplay display(400, 300);
+    PaintedWindow window(display, {0, 0, 400, 300});
+    std::mt19937 random(11);
+    RecordingSession session(display);
+    auto options = session.options();
+    options.videoCompression = 2;
+    // A limit of the kernel's on the size of files: every write beyond it fails.
+    rlimit unlimited = {};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    rlimit limited = unlimited;
+    limited.rlim_cur = 40'000;
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limited);
+    ASSERT_TRUE(session.start(options));
+    session.waitUntil([&] {
+        window.fillAtRandom(random, 20);
+        return session.failure.has_value();
+    });
+    session.stop();
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_EQ(session.failure->code, EFBIG);
+    const auto frames = session.frames();
+    EXPECT_GE(frames.size(), 1U);
+    EXPECT_EQ(frames.size(), session.recorder().totalFramesWritten());
+    EXPECT_EQ(session.timesStopped, 1);
+}
+
+TEST(ScreenRecorder, ALostDisplayIsReportedAndKeepsWhatWasGrabbed)
+{
+    VirtualDisplay display(400, 300);
+    PaintedWindow window(display, {0, 0, 100, 100});
+    RecordingSession session(display);
+    ASSERT_TRUE(session.start(session.options()));
+    window.fill({0, 0, 50, 50}, 0xFF00FF);
+    session.waitForFrames(2);
+    display.kill();
+    session.waitUntil([&] { return session.failure.has_value(); });
+    EXPECT_EQ(session.failure->code, PXDisplayLost);
+    session.stop();
+    EXPECT_EQ(session.frames().size(), 2U);
+}
+
+TEST(ScreenRecorder, StoppingReportsOnceHoweverItIsCalled)
+{
+    const VirtualDisplay display(100, 100);
+    RecordingSession neverStarted(display);
+    neverStarted.stop();
+    EXPECT_EQ(neverStarted.timesStopped, 1);
+
+    RecordingSession refused(display);
+    auto options = refused.options();
+    options.numberOfFramesPerSecond = 0;
+    EXPECT_FALSE(refused.start(options));
+    options = refused.options();
+    options.screenSelectionSize = {0, 10};
+    EXPECT_FALSE(refused.start(options));
+    EXPECT_FALSE(refused.recorder().isRecording());
+    refused.stop();
+
+    RecordingSession twice(display);
+    ASSERT_TRUE(twice.start(twice.options()));
+    twice.recorder().stopRecording();
+    twice.stop();
+    EXPECT_EQ(twice.timesStopped, 1);
+
+    // Destroying a recorder that runs leaves a whole file.
+    RecordingSession destroyed(display);
+    ASSERT_TRUE(destroyed.start(destroyed.options()));
+    destroyed.waitForFrames(1);
+    destroyed.destroyRecorder();
+    EXPECT_EQ(destroyed.frames().size(), 1U);
+    EXPECT_EQ(destroyed.timesStopped, 0);
+}
+
+TEST(ScreenRecorder, AFailureInTheLastFramesIsReportedBeforeTheEnd)
+{
+    const VirtualDisplay display(400, 300);
+    PaintedWindow window(display, {0, 0, 400, 300});
+    std::mt19937 random(12);
+    window.fillAtRandom(random, 300);
+    RecordingSession session(display);
+    auto options = session.options();
+    options.videoCompression = 2;
+    ASSERT_TRUE(session.start(options));
+    session.waitForFrames(1);
+    rlimit unlimited = {};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    rlimit limited = unlimited;
+    limited.rlim_cur = static_cast<rlim_t>(QFileInfo(session.filePath()).size()) + 100;
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limited);
+    session.stop();
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    std::signal(SIGXFSZ, oldHandler);
+    ASSERT_TRUE(session.failure);
+    EXPECT_EQ(session.failure->code, EFBIG);
+    EXPECT_EQ(session.frames().size(), 1U);
+}
+
+} // namespace
