@@ -1,0 +1,206 @@
+#include "app/cli/BRCommandLine.h"
+
+#include "app/cli/BRDefaultsCommand.h"
+#include "app/cli/BRExitStatus.h"
+#include "app/cli/BRExportCommand.h"
+#include "app/cli/BRFramesCommand.h"
+#include "app/cli/BRInfoCommand.h"
+#include "app/cli/BRRecordCommand.h"
+#include "app/cli/BRTerminal.h"
+#include "foundation/BRLog.h"
+#include "foundation/PXAllocation.h"
+
+#include <CLI/CLI.hpp>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The parser speaks std::string, the engine QString.
+std::optional<QString> textOf(const std::optional<std::string> &text)
+{
+    return text ? std::optional(QString::fromLocal8Bit(text->c_str())) : std::nullopt;
+}
+
+/// A command's options and, once parsed, how to run it.
+struct Command {
+    CLI::App *app;
+    std::function<int()> run;
+};
+
+Command addRecord(CLI::App &app, const BRBackEnds &backEnds)
+{
+    struct Values {
+        std::optional<std::string> geometry, follow, codec, moviesFolder;
+        BRRecordArguments arguments;
+    };
+    auto *record = app.add_subcommand(
+        "record", "Record the screen until Ctrl+C (or --duration); prints the movie's folder");
+    const auto values = std::make_shared<Values>();
+    auto *geometry = record->add_option("--geometry", values->geometry,
+                                        "Area to record, WxH+X+Y from the upper left corner");
+    record->add_option("--follow", values->follow, "Size WxH of an area that follows the pointer")
+        ->excludes(geometry);
+    record->add_option("--rate", values->arguments.rate, "Frames per second");
+    record->add_option("--codec", values->codec, "How the capture is stored: lzo or rle")
+        ->check(CLI::IsMember({"lzo", "rle"}));
+    record
+        ->add_option("--lossy", values->arguments.lossyLevel,
+                     "With rle: bits of each colour that may be lost, 0 to 4")
+        ->check(CLI::Range(0, 4));
+    record->add_flag("--no-cursor", values->arguments.hidesCursor, "Leave the cursor out");
+    record->add_option("--duration", values->arguments.duration, "Stop after so many seconds");
+    record->add_option("--movies-folder", values->moviesFolder,
+                       "Folder that gets the movie's own folder");
+    record->footer("What is not given comes from the settings (tolvane defaults read); without "
+                   "an area it is the last selection, else the whole main display.");
+    return {record, [values, &backEnds] {
+                BRRecordArguments &arguments = values->arguments;
+                arguments.geometry = textOf(values->geometry);
+                arguments.follow = textOf(values->follow);
+                arguments.codec = textOf(values->codec);
+                arguments.moviesFolder = textOf(values->moviesFolder);
+                return BRRunRecordCommand(arguments, backEnds);
+            }};
+}
+
+Command addInfo(CLI::App &app)
+{
+    struct Values {
+        std::string path;
+        bool asJSON = false;
+    };
+    auto *info = app.add_subcommand("info", "Show what a capture holds");
+    const auto values = std::make_shared<Values>();
+    info->add_option("path", values->path, "Captured-movie folder or raw frame file")->required();
+    info->add_flag("--json", values->asJSON, "As JSON");
+    return {info, [values] {
+                return BRRunInfoCommand(QString::fromLocal8Bit(values->path.c_str()),
+                                        values->asJSON);
+            }};
+}
+
+Command addFrames(CLI::App &app)
+{
+    struct Values {
+        std::string path, folder, format = "png";
+    };
+    auto *frames = app.add_subcommand("frames", "Write every frame of a capture as a picture");
+    const auto values = std::make_shared<Values>();
+    frames->add_option("path", values->path, "Captured-movie folder or raw frame file")->required();
+    frames->add_option("--out", values->folder, "Folder for the pictures and frames.json")
+        ->required();
+    frames->add_option("--format", values->format, "png, or bgra (raw pixels, top row first)")
+        ->check(CLI::IsMember({"png", "bgra"}));
+    return {frames, [values] {
+                return BRRunFramesCommand(QString::fromLocal8Bit(values->path.c_str()),
+                                          QString::fromLocal8Bit(values->folder.c_str()),
+                                          values->format == "png" ? BRPictureFormat::PNG
+                                                                  : BRPictureFormat::BGRA);
+            }};
+}
+
+Command addExport(CLI::App &app, const BRBackEnds &backEnds)
+{
+    struct Values {
+        std::string path, output;
+        std::optional<std::string> codec, size;
+        BRExportArguments arguments;
+    };
+    auto *command = app.add_subcommand("export", "Make a .mov that other programs play");
+    const auto values = std::make_shared<Values>();
+    command->add_option("path", values->path, "Captured-movie folder or raw frame file")
+        ->required();
+    command->add_option("-o,--output", values->output, "The movie's path")->required();
+    command->add_option("--video-codec", values->codec,
+                        "Four-character code, avc1 when nothing is saved");
+    command->add_option("--quality", values->arguments.quality, "0 to 100")
+        ->check(CLI::Range(0, 100));
+    auto *size = command->add_option("--size", values->size, "WxH in pixels");
+    command->add_option("--scale", values->arguments.scale, "Percent of the captured size")
+        ->excludes(size);
+    command->add_flag("--full-chroma", values->arguments.hasFullChroma,
+                      "Keep all colour detail (4:4:4), which few players can show");
+    command->add_flag("--no-audio", values->arguments.hasNoAudio, "Leave the sound out");
+    return {command, [values, &backEnds] {
+                BRExportArguments &arguments = values->arguments;
+                arguments.path = QString::fromLocal8Bit(values->path.c_str());
+                arguments.outputPath = QString::fromLocal8Bit(values->output.c_str());
+                arguments.videoCodec = textOf(values->codec);
+                arguments.size = textOf(values->size);
+                return BRRunExportCommand(arguments, backEnds);
+            }};
+}
+
+std::vector<Command> addDefaults(CLI::App &app)
+{
+    struct Values {
+        std::optional<std::string> key;
+        std::string value;
+        bool asJSON = false;
+    };
+    auto *defaults = app.add_subcommand("defaults", "Read and change the settings");
+    defaults->require_subcommand(1);
+    const auto values = std::make_shared<Values>();
+    auto *read = defaults->add_subcommand("read", "Print one setting, or all");
+    read->add_option("key", values->key, "The setting's key");
+    read->add_flag("--json", values->asJSON, "As JSON");
+    auto *write = defaults->add_subcommand("write", "Change a setting");
+    write->add_option("key", values->key, "The setting's key")->required();
+    write->add_option("value", values->value, "Its value")->required();
+    write->add_flag("--json", values->asJSON, "The value is JSON");
+    auto *remove = defaults->add_subcommand("delete", "Go back to the factory value");
+    remove->add_option("key", values->key, "The setting's key")->required();
+    return {{read, [values] { return BRRunDefaultsRead(textOf(values->key), values->asJSON); }},
+            {write,
+             [values] {
+                 return BRRunDefaultsWrite(*textOf(values->key),
+                                           QString::fromLocal8Bit(values->value.c_str()),
+                                           values->asJSON);
+             }},
+            {remove, [values] { return BRRunDefaultsDelete(*textOf(values->key)); }}};
+}
+
+int reportWrongUsage(const CLI::App &app, const CLI::ParseError &error)
+{
+    BRTerminal::printError(QString::fromLocal8Bit(error.what()).replace(u'\n', u' '));
+    std::string path = "tolvane";
+    for (const CLI::App *command = &app; !command->get_subcommands().empty();) {
+        command = command->get_subcommands().front();
+        path += " " + command->get_name();
+    }
+    BRTerminal::printError(u"see \"%1 --help\""_s.arg(QString::fromLocal8Bit(path.c_str())));
+    return BRExitWrongUsage;
+}
+
+} // namespace
+
+int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
+{
+    CLI::App app("Tolvane records the screen and exports what it recorded as movies.", "tolvane");
+    app.set_version_flag("--version", "tolvane " TOLVANE_VERSION);
+    int logLevel = BRLogWarning;
+    app.add_option("--log-level", logLevel, "1 errors, 2 and warnings, 3 and notes, 4 everything")
+        ->check(CLI::Range(0, 4));
+    app.require_subcommand(1);
+    std::vector<Command> commands
+        = {addRecord(app, backEnds), addInfo(app), addFrames(app), addExport(app, backEnds)};
+    for (Command &command : addDefaults(app))
+        commands.push_back(std::move(command));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError &error) {
+        return reportWrongUsage(app, error);
+    }
+    BRSetLogLevel(logLevel);
+    // What a user must know is printed in one line; the log goes to the journal, unless asked for.
+    BRSetLogsToStandardError(app.count("--log-level") > 0);
+    PXSetAllocationWarningsToStandardOutput(false);
+    for (const Command &command : commands) {
+        if (command.app->parsed())
+            return command.run();
+    }
+    return BRExitWrongUsage;
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "foundation/PXError.h"
+#include "platform/PXMediaPlatform.h"
+#include "platform/PXScreenPlatform.h"
+
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+/// The back ends that the program was built with.
+struct BRBackEnds {
+    std::function<PXExpected<std::unique_ptr<PXScreenPlatform>>()> openScreen;
+    PXMediaPlatform &media;
+};
+
+/// Runs `tolvane COMMAND …` and answers the exit status (a `BRExitStatus`). Needs a
+/// QCoreApplication, whose event loop it runs for the commands that take time.
+int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds);

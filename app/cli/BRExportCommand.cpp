@@ -1,0 +1,183 @@
+#include "app/cli/BRExportCommand.h"
+
+#include "app/cli/BRCapturePath.h"
+#include "app/cli/BRExitStatus.h"
+#include "app/cli/BRGeometry.h"
+#include "app/cli/BRSignals.h"
+#include "app/cli/BRTerminal.h"
+#include "export/BRFrameCompressor.h"
+#include "foundation/PXDefaults.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QTimer>
+
+#include <cerrno>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kProgressIntervalMs = 200;
+constexpr int kProgressBarWidth = 30;
+constexpr int kLargestSide = 16384;
+
+QString stringFromSeconds(double seconds)
+{
+    const auto whole = std::llround(seconds);
+    return QString::asprintf("%lld:%02lld", whole / 60, whole % 60);
+}
+
+/// One export from its options to its last message.
+class ExportCommand final : private BRFrameCompressorDelegate {
+public:
+    ExportCommand(BRFrameCompressor &compressor, QString path)
+        : _compressor(compressor), _path(std::move(path))
+    {
+        _compressor.setDelegate(this);
+    }
+    ~ExportCommand() { _compressor.setDelegate(nullptr); }
+    ExportCommand(const ExportCommand &) = delete;
+    ExportCommand &operator=(const ExportCommand &) = delete;
+
+    int run(const QString &outputPath)
+    {
+        const BRSignals signalsThatCancel([this] { _compressor.cancelCompression(); });
+        if (const auto started = _compressor.startCompression(outputPath); !started) {
+            BRTerminal::printError(u"\"%1\": %2"_s.arg(outputPath, PXErrorLine(started.error())));
+            return BRExitStatusOfError(started.error(), BRAccess::Writing);
+        }
+        _clock.start();
+        QTimer progressTimer;
+        QObject::connect(&progressTimer, &QTimer::timeout, &progressTimer,
+                         [this] { _showProgress(); });
+        if (BRTerminal::showsProgress())
+            progressTimer.start(kProgressIntervalMs);
+        QCoreApplication::exec();
+        return _status;
+    }
+
+private:
+    void _showProgress()
+    {
+        const BRFrameCompressor::Progress progress = _compressor.progress();
+        if (progress.totalFrames == 0)
+            return;
+        const double done = static_cast<double>(progress.framesDone) / progress.totalFrames;
+        const double seconds = static_cast<double>(_clock.elapsed()) / 1000;
+        QString line
+            = u"%1 %2% %3 of %4 frames"_s.arg(BRTerminal::progressBar(done, kProgressBarWidth))
+                  .arg(static_cast<int>(done * 100), 3)
+                  .arg(progress.framesDone)
+                  .arg(progress.totalFrames);
+        if (progress.framesDone > 0 && seconds > 0) {
+            line += u", %1 frames/s, %2 left"_s.arg(progress.framesDone / seconds, 0, 'f', 1)
+                        .arg(stringFromSeconds(seconds * (1 - done) / done));
+        }
+        BRTerminal::showProgress(line);
+    }
+
+    void _end(int status)
+    {
+        _status = status;
+        BRTerminal::endProgress();
+        QCoreApplication::quit();
+    }
+
+    void frameCompressorDidFinishCompression(BRFrameCompressor &,
+                                             const QString &movieFilePath) override
+    {
+        BRTerminal::print(movieFilePath);
+        _end(BRExitDone);
+    }
+
+    void frameCompressorDidCancelCompression(BRFrameCompressor &) override
+    {
+        BRTerminal::printError(u"the export of \"%1\" was cancelled"_s.arg(_path));
+        _end(BRExitFailed);
+    }
+
+    void frameCompressorCompressionFailed(BRFrameCompressor &, const PXError &error) override
+    {
+        BRTerminal::printError(error);
+        _end(BRExitStatusOfError(error, BRAccess::Writing));
+    }
+
+    BRFrameCompressor &_compressor;
+    const QString _path;
+    QElapsedTimer _clock;
+    int _status = BRExitDone;
+};
+
+int failUsage(const QString &message)
+{
+    BRTerminal::printError(message);
+    return BRExitWrongUsage;
+}
+
+bool isOfCapture(const QString &path, const BRCapturePath &capture)
+{
+    const QFileInfo file(path);
+    return file == QFileInfo(capture.videoDataPath)
+        || file == QFileInfo(capture.videoDataPath + u".index"_s);
+}
+
+/// The movie's size: what was asked for, else the captured size at `scale` percent.
+std::optional<PXSize> movieSize(const BRExportArguments &arguments, PXSize captured)
+{
+    if (arguments.size)
+        return BRSizeFromText(*arguments.size);
+    const double scale = arguments.scale.value_or(100) / 100;
+    return PXSize{static_cast<float>(std::floor(static_cast<double>(captured.width) * scale)),
+                  static_cast<float>(std::floor(static_cast<double>(captured.height) * scale))};
+}
+
+} // namespace
+
+int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &backEnds)
+{
+    if (QFileInfo(arguments.outputPath).isDir())
+        return failUsage(
+            u"\"%1\" is a folder: give the movie's file name"_s.arg(arguments.outputPath));
+    const auto capture = BRCapturePath::withPath(arguments.path);
+    if (capture && isOfCapture(arguments.outputPath, *capture))
+        return failUsage(u"\"%1\" belongs to the capture: give another name for the movie"_s.arg(
+            arguments.outputPath));
+    auto streamer = capture.and_then([](const BRCapturePath &found) { return found.open(); });
+    if (!streamer) {
+        BRTerminal::printError(streamer.error());
+        return BRExitStatusOfError(streamer.error(), BRAccess::Reading);
+    }
+    const PXSize captured = (*streamer)->selectionSize();
+    streamer->reset();
+
+    const auto size = movieSize(arguments, captured);
+    if (!size || !(size->width >= 1) || !(size->height >= 1) || size->width > kLargestSide
+        || size->height > kLargestSide)
+        return failUsage(u"The movie cannot have the size %1: give WxH from 1x1 to %2x%2"_s.arg(
+            arguments.size.value_or(u"that results"_s), QString::number(kLargestSide)));
+    BRFrameCompressor compressor(capture->videoDataPath,
+                                 capture->info.value(u"isUpsideDown"_s).toBool(), backEnds.media,
+                                 PXDefaults::standardUserDefaults());
+    compressor.setScreenSelectionSize(captured);
+    compressor.setMovieExportSize(*size);
+    if (const double rate = capture->info.value(u"captureRate"_s).toDouble(); rate > 0)
+        compressor.setCaptureRate(rate);
+    BRCompressionOptions &options = compressor.compressionOptions();
+    if (arguments.videoCodec) {
+        options.codec = PXFourCharCodeFromString(*arguments.videoCodec);
+        if (const auto codec = backEnds.media.installedCodec(options.codec); !codec) {
+            BRTerminal::printError(codec.error());
+            return options.codec == 0 ? BRExitWrongUsage : BRExitFailed;
+        }
+    }
+    if (options.options) {
+        if (arguments.quality)
+            options.options->quality
+                = static_cast<int>(std::lround(*arguments.quality * kPXBestQuality / 100.0));
+        options.options->fullChroma |= arguments.hasFullChroma;
+    }
+    return ExportCommand(compressor, arguments.path).run(arguments.outputPath);
+}

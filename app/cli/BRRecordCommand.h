@@ -1,0 +1,22 @@
+#pragma once
+
+#include "app/cli/BRCommandLine.h"
+
+#include <QString>
+
+#include <optional>
+
+/// What the command line said; what it did not say comes from the user defaults.
+struct BRRecordArguments {
+    std::optional<QString> geometry; ///< "WxH+X+Y".
+    std::optional<QString> follow; ///< "WxH".
+    std::optional<double> rate; ///< Frames per second.
+    std::optional<QString> codec; ///< "lzo" or "rle".
+    std::optional<int> lossyLevel;
+    std::optional<double> duration; ///< Seconds.
+    std::optional<QString> moviesFolder;
+    bool hidesCursor = false;
+};
+
+/// `tolvane record`: the whole engine without a window. Prints the captured movie's folder last.
+int BRRunRecordCommand(const BRRecordArguments &arguments, const BRBackEnds &backEnds);

@@ -1,0 +1,82 @@
+#include "app/cli/BRTerminal.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void write(FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+bool hasProgressLine = false;
+
+} // namespace
+
+void BRTerminal::print(const QString &line)
+{
+    write(stdout, line + u'\n');
+}
+
+void BRTerminal::printError(const QString &message)
+{
+    endProgress();
+    write(stderr, u"tolvane: "_s + message + u'\n');
+}
+
+void BRTerminal::printError(const PXError &error)
+{
+    printError(PXErrorLine(error));
+}
+
+void BRTerminal::printWarning(const QString &message)
+{
+    printError(u"warning: "_s + message);
+}
+
+bool BRTerminal::showsProgress()
+{
+    static const bool shows = [] {
+        const char *terminal = std::getenv("TERM");
+        return ::isatty(STDERR_FILENO) == 1 && terminal && qstrcmp(terminal, "dumb") != 0;
+    }();
+    return shows;
+}
+
+void BRTerminal::showProgress(const QString &line)
+{
+    if (!showsProgress())
+        return;
+    winsize window = {};
+    const bool knowsWidth = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 1;
+    // The cursor stays at the line's beginning, so that a message that comes in between writes
+    // over the line instead of behind it.
+    write(stderr, u"\x1b[K"_s + line.left(knowsWidth ? window.ws_col - 1 : 79) + u'\r');
+    hasProgressLine = true;
+}
+
+void BRTerminal::endProgress()
+{
+    if (!hasProgressLine)
+        return;
+    write(stderr, u"\x1b[K"_s);
+    hasProgressLine = false;
+}
+
+QString BRTerminal::progressBar(double done, int width)
+{
+    const int filled = static_cast<int>(std::clamp(done, 0.0, 1.0) * width);
+    // Colour is decoration here: who set NO_COLOR sees the same bar without it.
+    const bool hasColor = !qEnvironmentVariableIsSet("NO_COLOR");
+    const QString bar = QString(filled, u'#') + QString(width - filled, u'.');
+    return hasColor ? u"[\x1b[36m%1\x1b[0m]"_s.arg(bar) : u"[%1]"_s.arg(bar);
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "foundation/PXError.h"
+
+#include <QString>
+
+/// Standard output carries only data; everything for a person goes to standard error.
+namespace BRTerminal {
+
+/// One line of data.
+void print(const QString &line);
+/// "tolvane: message", and "tolvane: warning: message".
+void printError(const QString &message);
+void printError(const PXError &error);
+void printWarning(const QString &message);
+
+/// Whether a line may be drawn over and over: standard error is a terminal that can.
+bool showsProgress();
+/// Draws `line` in place of the one before.
+void showProgress(const QString &line);
+/// Takes it away.
+void endProgress();
+
+/// "[#####.....]" of `width` characters between the brackets; `done` from 0 to 1.
+QString progressBar(double done, int width);
+
+} // namespace BRTerminal

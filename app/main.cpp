@@ -1,0 +1,30 @@
+#include "app/BRFactoryDefaults.h"
+#include "app/cli/BRCommandLine.h"
+#include "foundation/PXClock.h"
+#include "foundation/PXDefaults.h"
+#include "platform/ffmpeg/FFmpegMediaPlatform.h"
+#include "platform/x11/X11ScreenPlatform.h"
+
+#include <QCoreApplication>
+
+#include <clocale>
+#include <cstdio>
+#include <exception>
+
+/// Picks the back ends and hands them down; nothing else names one.
+int main(int argc, char **argv)
+{
+    // The reference-date clock begins here, whatever is first timed.
+    PXTimeIntervalSinceReferenceDate();
+    try {
+        QCoreApplication application(argc, argv);
+        QCoreApplication::setApplicationName(QStringLiteral("Tolvane"));
+        BRFactoryDefaults::registerFactoryDefaults(PXDefaults::standardUserDefaults());
+        FFmpegMediaPlatform media;
+        const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media};
+        return BRRunCommandLine(argc, argv, backEnds);
+    } catch (const std::exception &bug) {
+        std::fprintf(stderr, "tolvane: this is a bug: %s\n", bug.what());
+        return 1;
+    }
+}

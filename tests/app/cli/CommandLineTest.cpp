@@ -1,0 +1,334 @@
+#include "tests/support/PaintedWindow.h"
+#include "tests/support/VirtualDisplay.h"
+
+#include <gtest/gtest.h>
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <csignal>
+#include <random>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kPatienceMs = 60'000;
+
+struct Outcome {
+    int status = -1;
+    QString output;
+    QString errors;
+};
+
+/// The real program, with settings and movies of its own.
+class CommandLineTest : public testing::Test {
+protected:
+    static VirtualDisplay &display()
+    {
+        static VirtualDisplay theDisplay(320, 240);
+        return theDisplay;
+    }
+
+    void start(QProcess &process, const QStringList &arguments, const QString &displayName) const
+    {
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"XDG_CONFIG_HOME"_s, _home.filePath(u"config"_s));
+        environment.insert(u"XDG_DATA_HOME"_s, _home.filePath(u"data"_s));
+        environment.insert(u"DISPLAY"_s, displayName);
+        environment.remove(u"WAYLAND_DISPLAY"_s);
+        environment.remove(u"XDG_SESSION_TYPE"_s);
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(TOLVANE_PROGRAM), arguments);
+        ASSERT_TRUE(process.waitForStarted(kPatienceMs));
+    }
+
+    static Outcome outcomeOf(QProcess &process)
+    {
+        EXPECT_TRUE(process.waitForFinished(kPatienceMs));
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    Outcome run(const QStringList &arguments, const QString &displayName = display().name()) const
+    {
+        QProcess process;
+        start(process, arguments, displayName);
+        return outcomeOf(process);
+    }
+
+    [[nodiscard]] QString path(const QString &name) const { return _home.filePath(name); }
+
+    /// The folder of the only movie in `moviesFolder`, once it has frames.
+    static QString movieWithFramesIn(const QString &moviesFolder, std::uint32_t frames = 1)
+    {
+        const QDeadlineTimer deadline(kPatienceMs);
+        while (!deadline.hasExpired()) {
+            const QStringList movies
+                = QDir(moviesFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+            if (!movies.isEmpty()) {
+                QString movie = moviesFolder + u'/' + movies.first();
+                const QFileInfo index(movie + u"/Brimmet Capture Video Data.index"_s);
+                if (index.size() >= qint64{24} * frames)
+                    return movie;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        ADD_FAILURE() << "no frame came";
+        return {};
+    }
+
+    static QJsonObject object(const Outcome &outcome)
+    {
+        return QJsonDocument::fromJson(outcome.output.toUtf8()).object();
+    }
+
+    QTemporaryDir _home;
+};
+
+TEST_F(CommandLineTest, RecordsInspectsAndExports)
+{
+    PaintedWindow window(display(), {20, 30, 100, 80}, 0xCC3311);
+    const Outcome recorded
+        = run({u"record"_s, u"--geometry"_s, u"200x150+10+20"_s, u"--duration"_s, u"0.5"_s,
+               u"--no-cursor"_s, u"--movies-folder"_s, path(u"Movies"_s)});
+    ASSERT_EQ(recorded.status, 0) << recorded.errors.toStdString();
+    const QString movie = recorded.output.trimmed().split(u'\n').last();
+    EXPECT_TRUE(movie.startsWith(path(u"Movies/"_s)));
+
+    const QJsonObject info = object(run({u"info"_s, movie, u"--json"_s}));
+    EXPECT_EQ(info.value(u"format"_s).toInt(), 2);
+    EXPECT_EQ(info.value(u"width"_s).toInt(), 200);
+    EXPECT_EQ(info.value(u"frames"_s).toInt(), info.value(u"indexRecords"_s).toInt());
+    EXPECT_EQ(info.value(u"compression"_s).toString(), u"lzo"_s);
+    EXPECT_GT(info.value(u"duration"_s).toDouble(), 0.4);
+
+    ASSERT_EQ(run({u"frames"_s, movie, u"--out"_s, path(u"frames"_s)}).status, 0);
+    QFile list(path(u"frames/frames.json"_s));
+    ASSERT_TRUE(list.open(QIODevice::ReadOnly));
+    const QJsonArray frames = QJsonDocument::fromJson(list.readAll()).array();
+    EXPECT_EQ(frames.size(), info.value(u"frames"_s).toInt());
+    EXPECT_TRUE(frames.first().toObject().value(u"keyframe"_s).toBool());
+    const QImage last(path(QString::asprintf("frames/%06d.png", int(frames.size()) - 1)));
+    EXPECT_EQ(last.convertToFormat(QImage::Format_RGB32),
+              display().screenshot().copy(10, 20, 200, 150));
+
+    const Outcome exported
+        = run({u"export"_s, movie, u"-o"_s, path(u"out.mov"_s), u"--video-codec"_s, u"png "_s,
+               u"--scale"_s, u"50"_s, u"--no-audio"_s});
+    EXPECT_EQ(exported.status, 0) << exported.errors.toStdString();
+    EXPECT_EQ(exported.output.trimmed(), path(u"out.mov"_s));
+    QProcess probe;
+    probe.start(u"ffprobe"_s,
+                {u"-v"_s, u"error"_s, u"-show_entries"_s,
+                 u"stream=codec_name,width,height,time_base,nb_frames"_s, u"-of"_s, u"csv=p=0"_s,
+                 path(u"out.mov"_s)});
+    EXPECT_EQ(outcomeOf(probe).output.trimmed(), u"png,100,75,1/3000,%1"_s.arg(frames.size()));
+}
+
+TEST_F(CommandLineTest, SignalsStopAndKeep)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        QProcess process;
+        const QString folder = path(u"Movies%1"_s.arg(signal));
+        start(process, {u"record"_s, u"--movies-folder"_s, folder}, display().name());
+        const QString movie = movieWithFramesIn(folder);
+        ::kill(static_cast<pid_t>(process.processId()), signal);
+        ::kill(static_cast<pid_t>(process.processId()), signal);
+        const Outcome outcome = outcomeOf(process);
+        EXPECT_EQ(outcome.status, 0) << signal;
+        EXPECT_EQ(outcome.output.trimmed(), movie);
+        EXPECT_EQ(object(run({u"info"_s, movie, u"--json"_s})).value(u"frames"_s).toInt(), 2);
+    }
+}
+
+TEST_F(CommandLineTest, EveryCompleteFrameOutlivesAKill)
+{
+    PaintedWindow window(display(), {0, 0, 200, 200});
+    std::mt19937 random(20);
+    for (int run = 0; run < 20; ++run) {
+        const QString folder = path(u"Killed%1"_s.arg(run));
+        QProcess process;
+        start(process,
+              {u"record"_s, u"--rate"_s, u"60"_s, u"--codec"_s, run % 2 ? u"rle"_s : u"lzo"_s,
+               u"--movies-folder"_s, folder},
+              display().name());
+        const QString movie = movieWithFramesIn(folder);
+        const QDeadlineTimer instant(std::uniform_int_distribution<int>(0, 250)(random));
+        while (!instant.hasExpired())
+            window.fillAtRandom(random, 3);
+        ::kill(static_cast<pid_t>(process.processId()), SIGKILL);
+        process.waitForFinished(kPatienceMs);
+
+        const Outcome read = this->run(
+            {u"frames"_s, movie, u"--out"_s, movie + u"/out"_s, u"--format"_s, u"bgra"_s});
+        EXPECT_EQ(read.status, 0) << read.errors.toStdString();
+        QFile list(movie + u"/out/frames.json"_s);
+        ASSERT_TRUE(list.open(QIODevice::ReadOnly));
+        const qsizetype frames = QJsonDocument::fromJson(list.readAll()).array().size();
+        const qint64 indexed
+            = QFileInfo(movie + u"/Brimmet Capture Video Data.index"_s).size() / 24;
+        // The index may lack the very last frame, never name one that is not there.
+        EXPECT_GE(frames, indexed) << run;
+        EXPECT_LE(frames, indexed + 1) << run;
+    }
+}
+
+TEST_F(CommandLineTest, TwoRecordAtTheSameTime)
+{
+    QProcess first;
+    QProcess second;
+    const QStringList arguments
+        = {u"record"_s, u"--duration"_s, u"0.5"_s, u"--movies-folder"_s, path(u"Both"_s)};
+    start(first, arguments, display().name());
+    start(second, arguments, display().name());
+    const Outcome one = outcomeOf(first);
+    const Outcome other = outcomeOf(second);
+    EXPECT_EQ(one.status + other.status, 0);
+    EXPECT_NE(one.output, other.output);
+    EXPECT_EQ(QDir(path(u"Both"_s)).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 2);
+}
+
+TEST_F(CommandLineTest, SettingsAreUsedAndArgumentsWin)
+{
+    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"captureRate"_s, u"12"_s}).status, 0);
+    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"screenSelectionRect"_s, u"{{10, 20}, {60, 50}}"_s})
+                  .status,
+              0);
+    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"optimizeFor"_s, u"1"_s}).status, 0);
+    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"moviesFolderPath"_s, path(u"Mine"_s)}).status, 0);
+    EXPECT_EQ(run({u"defaults"_s, u"read"_s, u"captureRate"_s}).output.trimmed(), u"12"_s);
+    const Outcome outcome = run({u"record"_s, u"--duration"_s, u"0.2"_s});
+    const QString movie = outcome.output.trimmed();
+    EXPECT_TRUE(movie.startsWith(path(u"Mine/"_s)));
+    const QJsonObject info = object(run({u"info"_s, movie, u"--json"_s}));
+    EXPECT_EQ(info.value(u"width"_s).toInt(), 60);
+    EXPECT_EQ(info.value(u"compression"_s).toString(), u"rle"_s);
+
+    EXPECT_EQ(run({u"defaults"_s, u"delete"_s, u"captureRate"_s}).status, 0);
+    EXPECT_EQ(run({u"defaults"_s, u"read"_s, u"captureRate"_s, u"--json"_s}).output.trimmed(),
+              u"30"_s);
+    EXPECT_EQ(
+        object(run({u"defaults"_s, u"read"_s, u"--json"_s})).value(u"cursorCameraWidth"_s).toInt(),
+        640);
+}
+
+TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
+{
+    const QString folder = path(u"Movies"_s);
+    QFile garbage(path(u"garbage"_s));
+    ASSERT_TRUE(garbage.open(QIODevice::WriteOnly));
+    garbage.write("this is no capture, whatever its name says; it is only some text");
+    garbage.close();
+    QFile empty(path(u"empty"_s));
+    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
+    empty.close();
+    QDir().mkpath(path(u"folder"_s));
+    const QString movie
+        = run({u"record"_s, u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, folder})
+              .output.trimmed();
+
+    struct Case {
+        const char *name;
+        QStringList arguments;
+        int status;
+        QString named; ///< What the message must name.
+    };
+    const QString noDisplay = u":4711"_s;
+    const Case cases[] = {
+        {"noCommand", {}, 2, u"subcommand"_s},
+        {"unknownOption", {u"record"_s, u"--fast"_s}, 2, u"--fast"_s},
+        {"rateOfZero", {u"record"_s, u"--rate"_s, u"0"_s}, 2, u"0 frames"_s},
+        {"negativeRate", {u"record"_s, u"--rate"_s, u"-5"_s}, 2, u"-5"_s},
+        {"absurdRate", {u"record"_s, u"--rate"_s, u"1e9"_s}, 2, u"1e+09"_s},
+        {"unknownCodec", {u"record"_s, u"--codec"_s, u"none"_s}, 2, u"none"_s},
+        {"noArea", {u"record"_s, u"--geometry"_s, u"10x"_s}, 2, u"10x"_s},
+        {"outside", {u"record"_s, u"--geometry"_s, u"10x10+900+0"_s}, 2, u"outside"_s},
+        {"noSize", {u"record"_s, u"--follow"_s, u"0x0"_s}, 2, u"0x0"_s},
+        {"tinyRate", {u"record"_s, u"--rate"_s, u"1e-40"_s}, 2, u"frames per second"_s},
+        {"endless", {u"record"_s, u"--duration"_s, u"inf"_s}, 2, u"inf"_s},
+        {"noMoviesFolder", {u"record"_s, u"--movies-folder"_s, QString()}, 2, u"movies folder"_s},
+        {"nullInJSON",
+         {u"defaults"_s, u"write"_s, u"--json"_s, u"x"_s, u"{\"a\":[null]}"_s},
+         2,
+         u"null"_s},
+        {"notANumber", {u"defaults"_s, u"write"_s, u"captureScale"_s, u"nan"_s}, 2, u"nan"_s},
+        {"exportOverTheIndex",
+         {u"export"_s, movie, u"-o"_s, movie + u"/Brimmet Capture Video Data.index"_s},
+         2,
+         u".index"_s},
+        {"noTime", {u"record"_s, u"--duration"_s, u"0"_s}, 2, u"0 seconds"_s},
+        {"moviesFolderIsAFile",
+         {u"record"_s, u"--movies-folder"_s, path(u"garbage"_s)},
+         6,
+         u"garbage"_s},
+        {"moviesFolderNotWritable",
+         {u"record"_s, u"--movies-folder"_s, u"/proc/movies"_s},
+         6,
+         u"/proc/movies"_s},
+        {"infoOfNothing", {u"info"_s, path(u"missing"_s)}, 3, u"missing"_s},
+        {"infoOfAFolder", {u"info"_s, path(u"folder"_s)}, 3, u"folder"_s},
+        {"infoOfGarbage", {u"info"_s, path(u"garbage"_s)}, 1, u"garbage"_s},
+        {"infoOfZeroBytes", {u"info"_s, path(u"empty"_s)}, 1, u"empty"_s},
+        {"framesOfGarbage",
+         {u"frames"_s, path(u"garbage"_s), u"--out"_s, path(u"o"_s)},
+         1,
+         u"garbage"_s},
+        {"framesIntoAFile", {u"frames"_s, movie, u"--out"_s, path(u"garbage"_s)}, 6, u"garbage"_s},
+        {"exportToAFolder", {u"export"_s, movie, u"-o"_s, path(u"folder"_s)}, 2, u"folder"_s},
+        {"exportWhereNobodyMay", {u"export"_s, movie, u"-o"_s, u"/proc/x.mov"_s}, 6, u"x.mov"_s},
+        {"exportOfNothing",
+         {u"export"_s, path(u"missing"_s), u"-o"_s, path(u"o.mov"_s)},
+         3,
+         u"missing"_s},
+        {"exportUnknownCodec",
+         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--video-codec"_s, u"zzzz"_s},
+         1,
+         u"zzzz"_s},
+        {"exportNoSize",
+         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--size"_s, u"12"_s},
+         2,
+         u"12"_s},
+        {"unknownSetting", {u"defaults"_s, u"read"_s, u"nothing"_s}, 3, u"nothing"_s},
+        {"wrongType", {u"defaults"_s, u"write"_s, u"captureRate"_s, u"fast"_s}, 2, u"fast"_s},
+    };
+    for (const Case &c : cases) {
+        const Outcome outcome = run(c.arguments);
+        EXPECT_EQ(outcome.status, c.status) << c.name << ": " << outcome.errors.toStdString();
+        EXPECT_TRUE(outcome.errors.contains(c.named))
+            << c.name << ": " << outcome.errors.toStdString();
+        EXPECT_TRUE(outcome.output.isEmpty()) << c.name;
+        // One line; wrong usage may add where the help is.
+        EXPECT_LE(outcome.errors.count(u'\n'), c.status == 2 ? 2 : 1) << c.name;
+    }
+    EXPECT_FALSE(QFileInfo::exists(path(u"o.mov"_s)));
+    EXPECT_FALSE(QFileInfo::exists(path(u"o"_s)));
+    EXPECT_EQ(QDir(path(u"folder"_s)).count(), 2U);
+
+    const Outcome outcome = run({u"record"_s}, noDisplay);
+    EXPECT_EQ(outcome.status, 4);
+    EXPECT_TRUE(outcome.errors.contains(u"cannot open display \":4711\""_s))
+        << outcome.errors.toStdString();
+}
+
+TEST_F(CommandLineTest, AnAreaThatReachesBeyondTheDisplayIsCut)
+{
+    const Outcome outcome = run({u"record"_s, u"--geometry"_s, u"200x150+250+200"_s,
+                                 u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, path(u"M"_s)});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.errors.contains(u"70x40+250+200"_s)) << outcome.errors.toStdString();
+    const QJsonObject info = object(run({u"info"_s, outcome.output.trimmed(), u"--json"_s}));
+    EXPECT_EQ(info.value(u"width"_s).toInt(), 70);
+    EXPECT_EQ(info.value(u"height"_s).toInt(), 40);
+}
+
+} // namespace
