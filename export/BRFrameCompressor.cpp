@@ -236,7 +236,7 @@ QString BRFrameCompressor::_claimTempMovie()
 {
     QString name = u"Tolvane Temp.mov"_s;
     for (int counter = 2;; ++counter) {
-        const QString path = folderOf(_outputMovieFilePath) + u'/' + name;
+        QString path = folderOf(_outputMovieFilePath) + u'/' + name;
         QFile file(path);
         if (name != fileNameOf(_outputMovieFilePath)) {
             if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {

@@ -145,7 +145,7 @@ TEST_P(X11DamageSourceTest, TellsExactlyWhere)
     // Repeated until one round was not disturbed by the compositor's late repaints.
     const PXPixelRect painted[] = {{10, 10, 20, 20}, {250, 20, 20, 20}, {30, 150, 20, 20}};
     std::uint32_t color = 0x101010;
-    for (std::int64_t area = 0; area != 3 * 400;) {
+    for (std::int64_t area = 0; area != std::int64_t{3} * 400;) {
         ASSERT_TRUE(follower.becomesLike(_display));
         for (const PXPixelRect &rect : painted)
             window.fill(rect, color += 0x050505);

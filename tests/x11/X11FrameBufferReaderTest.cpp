@@ -154,7 +154,8 @@ TEST(X11PixelBuffer, ForgetsAPixmapThatWasRefused)
             count += event->response_type == 0 ? 1 : 0;
         return count;
     };
-    const auto buffer = valueOf(X11PixelBuffer::sharedWithBytes(100 * 100 * 4, *connection));
+    const auto buffer
+        = valueOf(X11PixelBuffer::sharedWithBytes(std::size_t{100} * 100 * 4, *connection));
     const xcb_pixmap_t tooLarge = buffer->pixmap(*connection, 1000, 1000);
     EXPECT_EQ(refusals(), 1);
     buffer->forgetPixmap(*connection);
