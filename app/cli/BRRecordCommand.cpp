@@ -40,20 +40,7 @@ public:
         BRSessionOptions::fill(_options, PXDefaults::standardUserDefaults());
     }
 
-    PXExpected<BRScreenRecordingOptions> build()
-    {
-        if (auto done = _setRate(); !done)
-            return PXFail(done.error());
-        if (auto done = _setArea(); !done)
-            return PXFail(done.error());
-        _setCompression();
-        if (_arguments.hidesCursor)
-            _options.showCursor = false;
-        return _options;
-    }
-
-private:
-    PXExpected<void> _setRate()
+    PXExpected<void> setRate()
     {
         if (_arguments.rate)
             _options.numberOfFramesPerSecond = static_cast<float>(*_arguments.rate);
@@ -66,6 +53,19 @@ private:
                 kHighestRate)));
     }
 
+    PXExpected<BRScreenRecordingOptions> build()
+    {
+        if (auto done = setRate(); !done)
+            return PXFail(done.error());
+        if (auto done = _setArea(); !done)
+            return PXFail(done.error());
+        _setCompression();
+        if (_arguments.hidesCursor)
+            _options.showCursor = false;
+        return _options;
+    }
+
+private:
     void _setCompression()
     {
         if (_arguments.codec)
@@ -256,6 +256,9 @@ int BRRunRecordCommand(const BRRecordArguments &arguments, const BRBackEnds &bac
             wrongArgument(u"There is no movies folder"_s,
                           u"Give one (--movies-folder, or the setting moviesFolderPath)."_s));
     }
+    // What is wrong with the words is said before a display is looked for.
+    if (const auto rate = OptionsBuilder(arguments, {}).setRate(); !rate)
+        return fail(rate.error());
     auto platform = backEnds.openScreen();
     if (!platform)
         return fail(platform.error());
