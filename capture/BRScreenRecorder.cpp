@@ -110,9 +110,13 @@ void BRScreenRecorder::_setOptions(const BRScreenRecordingOptions &options)
     // screen than in the file.
     _options.screenSelectionSize = {std::trunc(options.screenSelectionSize.width),
                                     std::trunc(options.screenSelectionSize.height)};
+    // Nor larger than the frames, whose buffers it is read into: in a camera mode that nobody
+    // knows the rectangle is whatever the recording before left.
+    const PXSize size = _options.screenSelectionSize;
     const PXRect rect = options.screenSelectionRect;
     _options.screenSelectionRect
-        = {std::trunc(rect.x), std::trunc(rect.y), std::trunc(rect.width), std::trunc(rect.height)};
+        = {std::trunc(rect.x), std::trunc(rect.y), std::min(std::trunc(rect.width), size.width),
+           std::min(std::trunc(rect.height), size.height)};
     _interval = 1.0 / static_cast<double>(options.numberOfFramesPerSecond);
 }
 

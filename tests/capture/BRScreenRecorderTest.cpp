@@ -249,6 +249,19 @@ TEST(ScreenRecorder, StoppingReportsOnceHoweverItIsCalled)
     EXPECT_EQ(destroyed.timesStopped, 0);
 }
 
+TEST(ScreenRecorder, ARectangleLeftByAnotherRecordingIsCutToTheFrames)
+{
+    const VirtualDisplay display(400, 300);
+    RecordingSession session(display);
+    auto options = session.options();
+    options.cameraMode = 2; // Unknown: keeps whatever rectangle was there.
+    options.screenSelectionSize = {100, 50};
+    ASSERT_TRUE(session.start(options));
+    session.stop();
+    EXPECT_EQ(session.frames().size(), 2U);
+    EXPECT_EQ(session.recorder().currentScreenSelectionRect(), (PXRect{0, 0, 100, 50}));
+}
+
 TEST(ScreenRecorder, AFailureInTheLastFramesIsReportedBeforeTheEnd)
 {
     const VirtualDisplay display(400, 300);
