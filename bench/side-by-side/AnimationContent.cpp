@@ -39,7 +39,7 @@ void paintFrame(const SharedPicture &film, int frame)
     for (int y = 0; y < kHeight; ++y) {
         std::uint32_t *pixels = film.row(top + y);
         for (int x = 0; x < kWidth; ++x) {
-            const double light = dithered(40 * std::sin(turn + x * 0.011 + y * 0.007), x, y);
+            const double light = dithered(40 * std::sin(5 * turn + x * 0.011 + y * 0.007), x, y);
             const double hill
                 = 250 + 50 * std::sin(x * 0.012 + turn) + 9 * std::sin(x * 0.07 - turn);
             if (y < hill)

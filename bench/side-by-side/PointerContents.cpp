@@ -1,26 +1,51 @@
 #include "bench/side-by-side/Content.h"
+#include "bench/side-by-side/Terminal.h"
 
 #include <xcb/xtest.h>
 
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 
 namespace {
 
 constexpr double kTurn = 2 * 3.14159265358979;
 
-/// A window full of text that is dragged over the desktop in loops; its number is beside it, in the
-/// same breath: nobody else is served between the two.
+/// Slanting gradients, each colour's of its own, as desktops ship them.
+void paintWallpaper(const SharedPicture &picture)
+{
+    const int longest = picture.width() + picture.height();
+    for (int y = 0; y < picture.height(); ++y) {
+        std::uint32_t *pixels = picture.row(y);
+        for (int x = 0; x < picture.width(); ++x) {
+            const int red = 30 + 120 * (x + y) / longest;
+            const int green = 60 + 130 * (2 * x + y) / (2 * longest);
+            const int blue = 210 - 110 * (x + 2 * y) / (2 * longest);
+            pixels[x] = static_cast<std::uint32_t>(red << 16 | green << 8 | blue);
+        }
+    }
+}
+
+/// A terminal full of text that is dragged in loops over a wallpaper; its number is beside it, in
+/// the same breath: nobody else is served between the two.
 class DragContent final : public Content {
 public:
     DragContent(const BenchScreen &screen, std::uint32_t seed)
         : _screen(screen),
+          _wallpaper(screen, screen.width(), screen.height()),
           _cells(screen, kPlace.width, kPlace.height),
           _context(screen.copyingContext())
     {
+        paintWallpaper(_wallpaper);
+        static_cast<void>(
+            screen.mapWindow({0, 0, screen.width(), screen.height()}, _wallpaper.pixmap()));
+        _dragged.emplace(screen, _left(0), _top(0));
+        BenchRandom random(seed);
+        for (int row = 0; row < Terminal::kRows; ++row)
+            _dragged->send(benchTextLine(random) + (row + 1 < Terminal::kRows ? "\r\n" : ""));
+        _dragged->wait();
         _cells.stampCounter(CounterPlace{}, 0);
-        _dragged = screen.mapWindow({_left(0), _top(0), kWidth, kHeight}, _paintText(seed));
         _counterWindow = screen.mapWindow(kPlace, _cells.pixmap());
     }
     void update(std::uint32_t number) override
@@ -30,8 +55,8 @@ public:
         const std::array<std::uint32_t, 2> place
             = {static_cast<std::uint32_t>(_left(number)), static_cast<std::uint32_t>(_top(number))};
         xcb_grab_server(connection);
-        xcb_configure_window(connection, _dragged, XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y,
-                             place.data());
+        xcb_configure_window(connection, _dragged->window(),
+                             XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y, place.data());
         xcb_copy_area(connection, _cells.pixmap(), _counterWindow, _context, 0, 0, 0, 0,
                       kPlace.width, kPlace.height);
         xcb_ungrab_server(connection);
@@ -44,8 +69,6 @@ public:
 
 private:
     static constexpr PXPixelRect kPlace{1700, 1050, kCounterCells * 8, 8};
-    static constexpr int kWidth = 640;
-    static constexpr int kHeight = 420;
 
     static int _left(std::uint32_t number)
     {
@@ -56,38 +79,11 @@ private:
         return 300 + static_cast<int>(220 * std::sin(kTurn * number / 120));
     }
 
-    [[nodiscard]] xcb_pixmap_t _paintText(std::uint32_t seed) const
-    {
-        auto *connection = _screen.connection();
-        const xcb_pixmap_t pixmap = xcb_generate_id(connection);
-        xcb_create_pixmap(connection, _screen.depth(), pixmap, _screen.root(), kWidth, kHeight);
-        const xcb_font_t font = xcb_generate_id(connection);
-        xcb_open_font(connection, font, 5, "fixed");
-        const xcb_gcontext_t pen = xcb_generate_id(connection);
-        const std::array<std::uint32_t, 3> values = {0xfdf6e3, 0xfdf6e3, font};
-        xcb_create_gc(connection, pen, pixmap, XCB_GC_FOREGROUND | XCB_GC_BACKGROUND | XCB_GC_FONT,
-                      values.data());
-        const xcb_rectangle_t everything = {0, 0, kWidth, kHeight};
-        xcb_poly_fill_rectangle(connection, pixmap, pen, 1, &everything);
-        const xcb_rectangle_t title = {0, 0, kWidth, 20};
-        const std::uint32_t blue = 0x4a6984;
-        xcb_change_gc(connection, pen, XCB_GC_FOREGROUND, &blue);
-        xcb_poly_fill_rectangle(connection, pixmap, pen, 1, &title);
-        const std::uint32_t ink = 0x202830;
-        xcb_change_gc(connection, pen, XCB_GC_FOREGROUND, &ink);
-        BenchRandom random(seed);
-        for (int y = 36; y < kHeight; y += 14) {
-            const std::string line = benchTextLine(random);
-            xcb_image_text_8(connection, static_cast<std::uint8_t>(line.size()), pixmap, pen, 6,
-                             static_cast<std::int16_t>(y), line.c_str());
-        }
-        return pixmap;
-    }
-
     const BenchScreen &_screen;
+    SharedPicture _wallpaper;
     SharedPicture _cells;
     xcb_gcontext_t _context;
-    xcb_window_t _dragged = XCB_NONE;
+    std::optional<Terminal> _dragged; ///< Above the wallpaper, so it comes later.
     xcb_window_t _counterWindow = XCB_NONE;
 };
 

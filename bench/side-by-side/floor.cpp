@@ -1,13 +1,14 @@
 // tolvane-bench-floor FILE: the least that a lossless recorder of changed rectangles has to do.
-// Thirty times a second it takes the damage, copies those pixels, compresses each rectangle with
-// LZO1X-1 and writes; no cursor, no threads, no safety. What a real recorder costs more than this
-// is what its features cost. SIGINT or SIGTERM ends it.
+// It waits for damage, takes it, copies those pixels, compresses each rectangle with LZO1X-1 and
+// writes, at most thirty times a second; no cursor, no threads, no safety. What a real recorder
+// costs more than this is what its features cost. SIGINT or SIGTERM ends it.
 
 #include "bench/side-by-side/BenchScreen.h"
 #include "bench/side-by-side/FloorFile.h"
 
 #include <fcntl.h>
 #include <lzo/lzo1x.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 #include <xcb/damage.h>
@@ -18,11 +19,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace {
 
 constexpr std::int64_t kFrameNs = 33'333'333;
+/// What it may be early, so that an update that is not quite on time is not put off.
+constexpr std::int64_t kEarlyNs = 3'000'000;
 
 std::atomic<bool> stopWasAsked = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "it is set by a signal handler");
@@ -53,20 +57,33 @@ public:
     Floor(const Floor &) = delete;
     Floor &operator=(const Floor &) = delete;
 
+    /// Returns when there is an event, or one of the signals came, which `unblocked` lets in.
+    void wait(const sigset_t &unblocked)
+    {
+        _readEvents();
+        pollfd socket = {xcb_get_file_descriptor(_screen.connection()), POLLIN, 0};
+        if (!_isDamaged)
+            static_cast<void>(ppoll(&socket, 1, nullptr, &unblocked));
+    }
+
     void tick()
     {
-        bool isDamaged = false;
-        while (auto *event = xcb_poll_for_event(_screen.connection())) {
-            isDamaged = true; // Nothing else was asked for.
-            std::free(event);
-        }
-        if (xcb_connection_has_error(_screen.connection()) != 0)
-            failBench("the display has gone");
-        if (isDamaged)
+        _readEvents();
+        if (std::exchange(_isDamaged, false))
             _recordFrame();
     }
 
 private:
+    void _readEvents()
+    {
+        while (auto *event = xcb_poll_for_event(_screen.connection())) {
+            _isDamaged = true; // Nothing else was asked for.
+            std::free(event);
+        }
+        if (xcb_connection_has_error(_screen.connection()) != 0)
+            failBench("the display has gone");
+    }
+
     void _startDamage()
     {
         auto *connection = _screen.connection();
@@ -148,6 +165,7 @@ private:
     std::vector<unsigned char> _packed;
     std::vector<unsigned char> _output;
     std::size_t _used = 0;
+    bool _isDamaged = false;
 };
 
 void askToStop(int)
@@ -167,12 +185,19 @@ int main(int argc, char **argv)
     action.sa_handler = askToStop;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    // They come only where it waits, so none is lost between the question and the wait.
+    sigset_t stops;
+    sigset_t unblocked;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stops, &unblocked);
 
     Floor floor(argv[1]);
-    std::int64_t due = monotonicNs();
     while (!stopWasAsked) {
+        floor.wait(unblocked);
+        const std::int64_t due = monotonicNs() + kFrameNs - kEarlyNs;
         floor.tick();
-        due = std::max(due + kFrameNs, monotonicNs());
         sleepUntilNs(due);
     }
     floor.tick();

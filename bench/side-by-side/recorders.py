@@ -139,6 +139,14 @@ class QtRle(Ffmpeg):
     codec = ("-c:v", "qtrle", "-g", "300")
 
 
+class QtRleAsItComes(Ffmpeg):
+    """With ffmpeg's own distance of key frames, which is 12."""
+
+    name = "qtrle12"
+    suffix = ".mov"
+    codec = ("-c:v", "qtrle")
+
+
 class Ffv1(Ffmpeg):
     name = "ffv1"
     codec = ("-c:v", "ffv1")
@@ -165,4 +173,4 @@ class RecordMyDesktop(Recorder):
                 "--output", os.path.join(folder, "recording.ogv")]
 
 
-ALL = (Tolvane, Floor, X264Rgb, QtRle, Ffv1, Zmbv, RecordMyDesktop)
+ALL = (Tolvane, Floor, X264Rgb, QtRle, QtRleAsItComes, Ffv1, Zmbv, RecordMyDesktop)

@@ -32,7 +32,7 @@ TARGETS = (
     ("motion", "missed", "", 0.01, None),
     ("motion", "peak_mib", "MiB", 130, None),
     ("drag", "cpu", "", 1.5, "floor"),
-    ("drag", "bytes", "", 0.35, "qtrle"),
+    ("drag", "bytes", "", 0.35, "qtrle12"),
     ("drag", "missed", "", 0, None),
     ("pointer", "cpu", "", 0.02, None),
     ("pointer", "bytes_after_start", "B/s", 60000, None),

@@ -1,5 +1,7 @@
 #include "platform/x11/X11CursorSource.h"
 
+#include "foundation/PXClock.h"
+
 #include <xcb/xcbext.h>
 
 #include <algorithm>
@@ -7,6 +9,9 @@
 #include <utility>
 
 namespace {
+
+/// Warps by programs make no motion that is reported, so a place is believed no longer than this.
+constexpr std::uint64_t kLongestBelief = 200'000'000;
 
 std::shared_ptr<const PXCursorImage> imageOf(const xcb_xfixes_get_cursor_image_reply_t &reply)
 {
@@ -95,6 +100,8 @@ bool X11CursorSource::mayHaveMoved()
         // A picture that nobody asked for may change as it likes.
         moved = (_pictureChanged && _picture.serial != 0)
             || (pointer && Place{pointer->root_x, pointer->root_y} != _place);
+        if (moved)
+            _isKnownSinceArmed = false;
     }
     // Whoever asks for the cursor then gets to know that the display has gone.
     if (_connection->isLost())
@@ -108,21 +115,47 @@ void X11CursorSource::askAhead()
 {
     // An older answer would differ from what is told now, and be taken for a movement.
     _forgetQuestion();
+    if (_isPlaceKnown())
+        return;
     _askedAhead = true;
     _question = xcb_query_pointer(_connection->get(), _connection->root()).sequence;
     xcb_flush(_connection->get());
+}
+
+void X11CursorSource::callOnceWhenMoved(std::function<void()> moved)
+{
+    if (!moved) {
+        _isArmed = false;
+        return _watch->callOnce({});
+    }
+    if (!_isArmed.exchange(true))
+        _isKnownSinceArmed = false;
+    _watch->callOnce([this, moved = std::move(moved)] {
+        _isArmed = false;
+        moved();
+    });
+}
+
+bool X11CursorSource::_isPlaceKnown() const
+{
+    return _isArmed && _isKnownSinceArmed && _watch->seesEveryMotion() && !_connection->isLost()
+        && PXCurrentHostTime() - _askedAt < kLongestBelief;
 }
 
 PXExpected<void> X11CursorSource::_askPlace()
 {
     if (!_askedAhead)
         askAhead();
-    _askedAhead = false;
+    if (!std::exchange(_askedAhead, false))
+        return {};
+    const bool isArmed = _isArmed;
     auto pointer = _connection->reply<xcb_query_pointer_reply>(
         "xcb_query_pointer", xcb_query_pointer_cookie_t{std::exchange(_question, 0)});
     if (!pointer)
         return PXFail(std::move(pointer).error());
     _place = {(*pointer)->root_x, (*pointer)->root_y};
+    _askedAt = PXCurrentHostTime();
+    _isKnownSinceArmed = isArmed;
     _readEvents();
     return {};
 }

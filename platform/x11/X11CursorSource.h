@@ -6,11 +6,13 @@
 
 #include <xcb/xfixes.h>
 
+#include <atomic>
 #include <memory>
 
-/// Asks for the pointer's place each time, for the picture (XFixes) only when the server has
-/// said that it changed. A cursor that another program hides by XFixesHideCursor is still told:
-/// the server does not say.
+/// Asks for the pointer's place, unless the server was told to report its motion, has reported none
+/// since the last answer, and that is younger than a fifth of a second; for the picture (XFixes)
+/// only when the server has said that it changed. A cursor that another program hides by
+/// XFixesHideCursor is still told: the server does not say.
 class X11CursorSource final : public PXCursorSource {
 public:
     static PXExpected<std::unique_ptr<X11CursorSource>>
@@ -20,10 +22,7 @@ public:
     void askAhead() override;
     PXExpected<std::optional<PXCursor>> cursor() override;
     PXExpected<PXPixelRect> pointerPixel() override;
-    void callOnceWhenMoved(std::function<void()> moved) override
-    {
-        _watch->callOnce(std::move(moved));
-    }
+    void callOnceWhenMoved(std::function<void()> moved) override;
     bool mayHaveMoved() override;
 
 private:
@@ -41,6 +40,7 @@ private:
 
     explicit X11CursorSource(std::unique_ptr<X11Connection> connection);
     PXExpected<void> _askPlace();
+    [[nodiscard]] bool _isPlaceKnown() const;
     PXExpected<void> _askPicture();
     void _readEvents();
     void _forgetQuestion();
@@ -52,6 +52,9 @@ private:
     bool _pictureChanged = true;
     bool _isToldOfPictures = false; ///< The server tells when the picture changes.
     unsigned _question = 0; ///< The sequence number of a request that is under way; 0: none.
+    std::uint64_t _askedAt = 0; ///< When the last answer about the place came; host time.
+    bool _isKnownSinceArmed = false; ///< An answer came after `callOnceWhenMoved()`.
+    std::atomic<bool> _isArmed = false; ///< A motion from now on is told, and takes this back.
     bool _askedAhead = false; ///< It is `askAhead()`'s, not that of `mayHaveMoved()`.
     std::unique_ptr<X11PointerWatch> _watch;
 };

@@ -19,6 +19,8 @@ public:
 
     /// See `PXCursorSource::callOnceWhenMoved()`.
     void callOnce(std::function<void()> moved);
+    /// Whether the server reports raw motion: all of it but warps.
+    [[nodiscard]] bool seesEveryMotion() const { return _hasRawMotion; }
 
 private:
     explicit X11PointerWatch(std::unique_ptr<X11Connection> connection);

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "bench/side-by-side/BenchScreen.h"
+
+#include <sys/types.h>
+
+#include <string>
+
+/// A real xterm of 80 columns and 24 rows in a window that the window manager leaves alone, black
+/// on white, antialiased; this program is what runs in it. It ends with the object.
+class Terminal final {
+public:
+    static constexpr int kColumns = 80;
+    static constexpr int kRows = 24;
+
+    Terminal(const BenchScreen &screen, int x, int y);
+    ~Terminal();
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    [[nodiscard]] xcb_window_t window() const { return _frame; }
+    /// Of the window and of one character, in pixels.
+    [[nodiscard]] int width() const { return _width; }
+    [[nodiscard]] int height() const { return _height; }
+    [[nodiscard]] int cellWidth() const { return _width / kColumns; }
+    [[nodiscard]] int cellHeight() const { return _height / kRows; }
+
+    /// One write of less than a terminal's buffer: xterm reads and paints it in one go.
+    void send(const std::string &text) const;
+    /// Returns when all that was sent has been worked off.
+    void wait() const;
+
+private:
+    void _open();
+    void _start();
+    void _fitFrame();
+    void _readUntil(char last) const;
+
+    const BenchScreen &_screen;
+    xcb_window_t _frame;
+    std::string _name;
+    int _master = -1;
+    int _slave = -1;
+    pid_t _xterm = -1;
+    int _width = 0;
+    int _height = 0;
+};
