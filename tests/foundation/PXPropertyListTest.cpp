@@ -4,10 +4,12 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QPoint>
 #include <QTemporaryDir>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <stdexcept>
@@ -192,10 +194,25 @@ TEST(PXPropertyList, AFailedWriteLeavesTheOldFile)
 TEST(PXPropertyList, TellsAMissingFileFromOneThatDoesNotRead)
 {
     const QTemporaryDir folder;
-    EXPECT_EQ(PXPropertyList::read(folder.filePath(u"none"_s)).error().code, ENOENT);
-    EXPECT_EQ(PXPropertyList::read(folder.path()).error().code, EISDIR);
-    // An endless device must not be read to its end.
-    EXPECT_EQ(PXPropertyList::read(u"/dev/zero"_s).error().domain, kPXCocoaErrorDomain);
+    const QString pipe = folder.filePath(u"pipe"_s);
+    ASSERT_EQ(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    const struct {
+        const char *name;
+        QString path;
+        int code;
+    } cases[] = {
+        {"missing", folder.filePath(u"none"_s), ENOENT},
+        {"folder", folder.path(), EISDIR},
+        {"endlessDevice", u"/dev/zero"_s, EINVAL}, // Must not be read to its end.
+        {"pipeThatNobodyWritesTo", pipe, EINVAL}, // Must not be waited for.
+    };
+    for (const auto &c : cases) {
+        const auto read = PXPropertyList::read(c.path);
+        ASSERT_FALSE(read) << c.name;
+        EXPECT_EQ(read.error().domain, kPXPOSIXErrorDomain) << c.name;
+        EXPECT_EQ(read.error().code, c.code) << c.name;
+        EXPECT_TRUE(read.error().description.contains(c.path)) << c.name;
+    }
     const auto nowhere = PXPropertyList::write({}, folder.filePath(u"no/file"_s), Format::XML);
     EXPECT_EQ(nowhere.error().code, ENOENT);
 }
