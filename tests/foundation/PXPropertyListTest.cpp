@@ -1,4 +1,5 @@
 #include "foundation/PXPropertyList.h"
+#include "tests/support/FileSizeLimit.h"
 
 #include <gtest/gtest.h>
 
@@ -8,10 +9,9 @@
 #include <QPoint>
 #include <QTemporaryDir>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
+#include <cerrno>
 #include <stdexcept>
 
 using namespace Qt::StringLiterals;
@@ -174,15 +174,10 @@ TEST(PXPropertyList, AFailedWriteLeavesTheOldFile)
     ASSERT_TRUE(PXPropertyList::write({{u"old"_s, true}}, path, Format::XML));
 
     // A disk that is full: no file may grow beyond 64 bytes.
-    rlimit before = {};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit tight = {64, before.rlim_max};
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &tight);
-    const auto written = PXPropertyList::write(everyType(), path, Format::Binary);
-    setrlimit(RLIMIT_FSIZE, &before);
-    (void)std::signal(SIGXFSZ, oldHandler);
-
+    const auto written = [&] {
+        const FileSizeLimit limit(64);
+        return PXPropertyList::write(everyType(), path, Format::Binary);
+    }();
     ASSERT_FALSE(written);
     EXPECT_EQ(written.error().domain, kPXPOSIXErrorDomain);
     EXPECT_EQ(written.error().code, EFBIG) << written.error().description.toStdString();
