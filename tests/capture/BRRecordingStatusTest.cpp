@@ -11,28 +11,28 @@ namespace {
 
 struct StatusCase {
     const char *name;
-    bool showsDuration;
-    bool showsSize;
     double seconds;
     std::uint64_t bytes;
     std::optional<QString> text;
+    bool showsDuration;
+    bool showsSize;
     QLocale::Language language = QLocale::English;
 };
 
 const StatusCase kStatusCases[] = {
-    {"begins", true, false, 0, 41, u"00:00"_s},
-    {"clockWasSetBack", true, false, -5, 41, u"00:00"_s},
-    {"secondsAreCutNotRounded", true, false, 59.999, 41, u"00:59"_s},
-    {"lastSecondWithoutHours", true, false, 3599, 41, u"59:59"_s},
-    {"firstSecondWithHours", true, false, 3600, 41, u"01:00:00"_s},
-    {"days", true, false, 360061, 41, u"100:01:01"_s},
-    {"longerThanCanBeCounted", true, false, 1e12, 41, u"1193046:28:15"_s},
-    {"both", true, true, 125, 1'234'567, u"02:05, 1.2 MB"_s},
-    {"bothInGerman", true, true, 125, 1'234'567, u"02:05, 1,2 MB"_s, QLocale::German},
-    {"bytes", false, true, 3600, 999, u"999 bytes"_s},
-    {"roundsUpToTheNextUnit", false, true, 0, 999'950, u"1.0 MB"_s},
-    {"beyondFourGigabytes", false, true, 0, 5'000'000'000, u"5.0 GB"_s},
-    {"everythingOff", false, false, 3600, 1'234'567, std::nullopt},
+    {"begins", 0, 41, u"00:00"_s, true, false},
+    {"clockWasSetBack", -5, 41, u"00:00"_s, true, false},
+    {"secondsAreCutNotRounded", 59.999, 41, u"00:59"_s, true, false},
+    {"lastSecondWithoutHours", 3599, 41, u"59:59"_s, true, false},
+    {"firstSecondWithHours", 3600, 41, u"01:00:00"_s, true, false},
+    {"days", 360061, 41, u"100:01:01"_s, true, false},
+    {"longerThanCanBeCounted", 1e12, 41, u"1193046:28:15"_s, true, false},
+    {"both", 125, 1'234'567, u"02:05, 1.2 MB"_s, true, true},
+    {"bothInGerman", 125, 1'234'567, u"02:05, 1,2 MB"_s, true, true, QLocale::German},
+    {"bytes", 3600, 999, u"999 bytes"_s, false, true},
+    {"roundsUpToTheNextUnit", 0, 999'950, u"1.0 MB"_s, false, true},
+    {"beyondFourGigabytes", 0, 5'000'000'000, u"5.0 GB"_s, false, true},
+    {"everythingOff", 3600, 1'234'567, std::nullopt, false, false},
 };
 
 TEST(RecordingStatus, ShowsWhatTheSettingsAskFor)

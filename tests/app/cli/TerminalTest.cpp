@@ -190,14 +190,15 @@ TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
     // So many frames that no encoder is through with them before it is interrupted.
     constexpr int kFrames = 30'000;
     const QString capture = path(u"capture"_s);
-    std::vector<std::uint32_t> pixels(std::size_t{640} * 480);
-    const PXPixelView view{reinterpret_cast<std::byte *>(pixels.data()), 640 * 4, 640, 480};
+    constexpr std::ptrdiff_t kBytesPerRow = 2560;
+    std::vector<std::byte> pixels(std::size_t{kBytesPerRow} * 480);
+    const PXPixelView view{pixels.data(), kBytesPerRow, 640, 480};
     auto streamer
         = BRFrameStreamer::withFilePathForWriting(capture, {640, 480}, BRRawCompression::LZO, 0)
               .value();
     for (int i = 0; i < kFrames; ++i) {
         const PXRect rect = i == 0 ? PXRect{0, 0, 640, 480} : PXRect{0, 0, 1, 1};
-        pixels[0] = static_cast<std::uint32_t>(i);
+        pixels[0] = static_cast<std::byte>(i);
         ASSERT_TRUE(streamer->writeFrameWithDirtyRects({&rect, 1}, i / 30.0));
         ASSERT_TRUE(streamer->writeDirtyRect(rect, rect, view));
     }
