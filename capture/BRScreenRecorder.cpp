@@ -222,12 +222,13 @@ void BRScreenRecorder::stopRecording()
     _frameWriter->closeMailbox();
     BRLog(BRLogDebug, "BRScreenRecorder stopRecording: after lock release");
     _setIsRecording(false);
-    if (_statusItem) {
-        _statusItem->setStatusItemText(std::nullopt);
-        _statusItem->setStatusItemImage(u"status-normal"_s);
-    }
     {
         PXLock lock(_grabbingLock);
+        // With the lock, or a text that the link's thread is just setting would stay.
+        if (_statusItem) {
+            _statusItem->setStatusItemText(std::nullopt);
+            _statusItem->setStatusItemImage(u"status-normal"_s);
+        }
         const double duration = _absoluteTimeOfLastFrame - _absoluteTimeOfFirstFrame;
         // A single grab has no rate.
         _averageFPS = duration > 0 ? static_cast<float>(_totalFramesGrabbed / duration) : 0.0F;

@@ -1,10 +1,10 @@
 #include "foundation/PXBinaryStream.h"
 
+#include "foundation/PXFileManager.h"
+
 #include <QFile>
 
-#include <fcntl.h>
 #include <stdio_ext.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -45,25 +45,17 @@ const char *modeForFlags(unsigned flags)
     return reads ? "re" : nullptr;
 }
 
-/// A pipe that nobody writes to would keep fopen() waiting for ever.
-std::FILE *openForReading(const QByteArray &path)
+std::FILE *openForReading(const QString &path)
 {
-    const int file = ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    struct stat status = {};
-    if (file < 0)
+    const auto file = PXFileManager::openRegularFile(path);
+    if (!file) {
+        errno = file.error().code;
         return nullptr;
-    int errorNumber = fstat(file, &status) != 0 ? errno
-        : S_ISDIR(status.st_mode)               ? EISDIR
-        : S_ISREG(status.st_mode)               ? 0
-                                                : EINVAL;
-    if (errorNumber == 0) {
-        if (std::FILE *stream = fdopen(file, "r"))
-            return stream;
-        errorNumber = errno;
     }
-    ::close(file);
-    errno = errorNumber;
-    return nullptr;
+    std::FILE *stream = fdopen(*file, "r");
+    if (stream == nullptr)
+        ::close(*file);
+    return stream;
 }
 
 } // namespace
@@ -75,8 +67,8 @@ PXExpected<void> PXBinaryStream::open(unsigned flags)
     const char *mode = modeForFlags(flags);
     if (mode == nullptr)
         return PXFail(openError(EINVAL, mFilePath));
-    const QByteArray path = QFile::encodeName(mFilePath);
-    mFile = (flags & Write) == 0 ? openForReading(path) : std::fopen(path.constData(), mode);
+    mFile = (flags & Write) == 0 ? openForReading(mFilePath)
+                                 : std::fopen(QFile::encodeName(mFilePath).constData(), mode);
     if (mFile == nullptr)
         return PXFail(openError(errno, mFilePath));
     return {};

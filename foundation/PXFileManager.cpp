@@ -6,7 +6,9 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -62,6 +64,23 @@ QString uniquePathForFileWithDesiredPath(const QString &path)
     for (int counter = 2; isTaken(candidate); ++counter)
         candidate = stem + u' ' + QString::number(counter) + extension;
     return candidate;
+}
+
+PXExpected<int> openRegularFile(const QString &path)
+{
+    const QString whatFailed = u"Could not read "_s + path;
+    // A pipe that nobody writes to would keep a plain open() waiting for ever.
+    const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat status = {};
+    if (file >= 0 && ::fstat(file, &status) == 0 && S_ISREG(status.st_mode))
+        return file;
+    if (file < 0)
+        return PXFail(PXPOSIXError(errno, whatFailed));
+    ::close(file);
+    if (S_ISDIR(status.st_mode))
+        return PXFail(PXPOSIXError(EISDIR, whatFailed));
+    return PXFail(
+        {kPXPOSIXErrorDomain, EINVAL, whatFailed + u": it is not a regular file"_s, {}, {}});
 }
 
 } // namespace PXFileManager

@@ -15,4 +15,8 @@ PXExpected<void> createAllDirectoriesForPath(const QString &path);
 /// "name 2.ext", "name 3.ext", …; another program may take it before the caller does.
 QString uniquePathForFileWithDesiredPath(const QString &path);
 
+/// A descriptor of the file at `path` for reading, which the caller closes. Fails with EISDIR for
+/// a folder and with EINVAL for a device or a pipe; never waits for a pipe's other end.
+PXExpected<int> openRegularFile(const QString &path);
+
 } // namespace PXFileManager

@@ -2,6 +2,7 @@
 
 #include "foundation/BRLog.h"
 #include "foundation/PXClock.h"
+#include "foundation/PXFileManager.h"
 #include "foundation/PXHandle.h"
 #include "foundation/PXPropertyListCheck.h"
 
@@ -12,6 +13,7 @@
 #include <QTimeZone>
 
 #include <plist/plist.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -362,17 +364,21 @@ PXExpected<QByteArray> toData(const QVariant &value, Format format, const QStrin
 
 PXExpected<QVariantMap> read(const QString &filePath)
 {
-    QFile file(filePath);
-    errno = 0;
-    if (!file.open(QIODevice::ReadOnly)) {
+    const auto descriptor = PXFileManager::openRegularFile(filePath);
+    if (!descriptor) {
         // That there is no file is for the caller to judge, and not worth a log line.
-        const int errorNumber = errno;
-        if (errorNumber == ENOENT)
-            return PXFail(PXPOSIXError(ENOENT, u"Could not read "_s + filePath));
-        return PXFail(fileError(errorNumber, u"Could not read"_s, filePath));
+        if (descriptor.error().code != ENOENT)
+            BRLog(BRLogError, descriptor.error().description);
+        return PXFail(descriptor.error());
     }
-    // One byte more than may be there tells that it is too big; a file of gigabytes, or a device,
-    // does not fill the memory.
+    QFile file;
+    errno = 0;
+    if (!file.open(*descriptor, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        ::close(*descriptor);
+        return PXFail(fileError(errno, u"Could not read"_s, filePath));
+    }
+    // One byte more than may be there tells that it is too big; a file of gigabytes does not
+    // fill the memory.
     const QByteArray bytes = file.read(kPXPropertyListMostBytes + 1);
     if (file.error() != QFileDevice::NoError)
         return PXFail(fileError(errno, u"Could not read"_s, filePath));

@@ -30,7 +30,8 @@ PXExpected<QVariant> fromData(const QByteArray &bytes, const QString &name);
 PXExpected<QByteArray> toData(const QVariant &value, Format format, const QString &name);
 
 /// A list whose outermost value is a dictionary. `kPXPOSIXErrorDomain` when the file cannot be
-/// read (ENOENT when there is none), `kPXCocoaErrorDomain` when it is no such list.
+/// read (ENOENT when there is none, EINVAL for a pipe or a device), `kPXCocoaErrorDomain` when it
+/// is no such list.
 PXExpected<QVariantMap> read(const QString &filePath);
 
 /// Replaces the file in one step, synced to the disk: it is the old one or the new one, whatever

@@ -2,6 +2,7 @@
 
 #include "app/cli/BRExitStatus.h"
 #include "app/cli/BRTerminal.h"
+#include "app/cli/BRUsageError.h"
 #include "foundation/PXDefaults.h"
 
 #include <QDateTime>
@@ -180,10 +181,8 @@ int BRRunDefaultsWrite(const QString &key, const QString &text, bool asJSON)
     } else {
         value = valueFromText(text, defaults.registeredValue(key));
     }
-    if (!value.isValid()) {
-        BRTerminal::printError(u"\"%1\" is no value for \"%2\""_s.arg(text, key));
-        return BRExitWrongUsage;
-    }
+    if (!value.isValid())
+        return BRFailUsage({u"\"%1\" is no value for \"%2\""_s.arg(text, key), {}});
     return finish(defaults.setValue(key, value));
 }
 

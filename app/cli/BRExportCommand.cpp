@@ -5,6 +5,7 @@
 #include "app/cli/BRGeometry.h"
 #include "app/cli/BRSignals.h"
 #include "app/cli/BRTerminal.h"
+#include "app/cli/BRUsageError.h"
 #include "export/BRFrameCompressor.h"
 #include "foundation/PXDefaults.h"
 
@@ -111,12 +112,6 @@ private:
     int _status = BRExitDone;
 };
 
-int failUsage(const QString &message)
-{
-    BRTerminal::printError(message);
-    return BRExitWrongUsage;
-}
-
 bool isOfCapture(const QString &path, const BRCapturePath &capture)
 {
     const QFileInfo file(path);
@@ -124,27 +119,42 @@ bool isOfCapture(const QString &path, const BRCapturePath &capture)
         || file == QFileInfo(capture.videoDataPath + u".index"_s);
 }
 
-/// The movie's size: what was asked for, else the captured size at `scale` percent.
-std::optional<PXSize> movieSize(const BRExportArguments &arguments, PXSize captured)
+/// The captured size at `scale` percent.
+PXSize scaled(PXSize captured, double scale)
 {
-    if (arguments.size)
-        return BRSizeFromText(*arguments.size);
-    const double scale = arguments.scale.value_or(100) / 100;
-    return PXSize{static_cast<float>(std::floor(static_cast<double>(captured.width) * scale)),
-                  static_cast<float>(std::floor(static_cast<double>(captured.height) * scale))};
+    return {static_cast<float>(std::floor(static_cast<double>(captured.width) * scale / 100)),
+            static_cast<float>(std::floor(static_cast<double>(captured.height) * scale / 100))};
+}
+
+BRUsageExpected<PXSize> checkSize(PXSize size)
+{
+    if (size.width >= 1 && size.height >= 1 && size.width <= kLargestSide
+        && size.height <= kLargestSide)
+        return size;
+    return BRWrongUsage(
+        u"The movie cannot have the size %1x%2"_s.arg(static_cast<double>(size.width), 0, 'f', 0)
+            .arg(static_cast<double>(size.height), 0, 'f', 0),
+        u"Give one from 1x1 to %1x%1 (--size, or --scale)."_s.arg(kLargestSide));
 }
 
 } // namespace
 
 int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &backEnds)
 {
+    std::optional<PXSize> size;
+    if (arguments.size) {
+        const auto wanted = BRSizeFromText(*arguments.size).and_then(checkSize);
+        if (!wanted)
+            return BRFailUsage(wanted.error());
+        size = *wanted;
+    }
     if (QFileInfo(arguments.outputPath).isDir())
-        return failUsage(
-            u"\"%1\" is a folder: give the movie's file name"_s.arg(arguments.outputPath));
+        return BRFailUsage(
+            {u"\"%1\" is a folder"_s.arg(arguments.outputPath), u"Give the movie's file name."_s});
     const auto capture = BRCapturePath::withPath(arguments.path);
     if (capture && isOfCapture(arguments.outputPath, *capture))
-        return failUsage(u"\"%1\" belongs to the capture: give another name for the movie"_s.arg(
-            arguments.outputPath));
+        return BRFailUsage({u"\"%1\" belongs to the capture"_s.arg(arguments.outputPath),
+                            u"Give another name for the movie."_s});
     auto streamer = capture.and_then([](const BRCapturePath &found) { return found.open(); });
     if (!streamer) {
         BRTerminal::printError(streamer.error());
@@ -153,16 +163,15 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
     const PXSize captured = (*streamer)->selectionSize();
     streamer->reset();
 
-    const auto size = movieSize(arguments, captured);
-    if (!size || !(size->width >= 1) || !(size->height >= 1) || size->width > kLargestSide
-        || size->height > kLargestSide)
-        return failUsage(u"The movie cannot have the size %1: give WxH from 1x1 to %2x%2"_s.arg(
-            arguments.size.value_or(u"that results"_s), QString::number(kLargestSide)));
+    const auto movieSize
+        = checkSize(size.value_or(scaled(captured, arguments.scale.value_or(100))));
+    if (!movieSize)
+        return BRFailUsage(movieSize.error());
     BRFrameCompressor compressor(capture->videoDataPath,
                                  capture->info.value(u"isUpsideDown"_s).toBool(), backEnds.media,
                                  PXDefaults::standardUserDefaults());
     compressor.setScreenSelectionSize(captured);
-    compressor.setMovieExportSize(*size);
+    compressor.setMovieExportSize(*movieSize);
     if (const double rate = capture->info.value(u"captureRate"_s).toDouble(); rate > 0)
         compressor.setCaptureRate(rate);
     BRCompressionOptions &options = compressor.compressionOptions();

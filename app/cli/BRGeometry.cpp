@@ -2,6 +2,8 @@
 
 #include <QRegularExpression>
 
+#include <optional>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -20,34 +22,35 @@ std::optional<int> intFromText(QStringView digits)
 
 } // namespace
 
-std::optional<PXPixelRect> BRPixelRectFromGeometry(QStringView text, const PXPixelRect &display)
+PXPixelRect BRGeometry::onDisplay(const PXPixelRect &display) const
+{
+    return {isFromRight ? display.x + display.width - width - x : x,
+            isFromBottom ? display.y + display.height - height - y : y, width, height};
+}
+
+BRUsageExpected<BRGeometry> BRGeometryFromText(QStringView text)
 {
     static const QRegularExpression form(u"^=?(\\d+)[xX](\\d+)([+-])(-?\\d+)([+-])(-?\\d+)$"_s);
     const QRegularExpressionMatch match = form.match(text);
-    if (!match.hasMatch())
-        return std::nullopt;
     const auto width = intFromText(match.capturedView(1));
     const auto height = intFromText(match.capturedView(2));
     const auto x = intFromText(match.capturedView(4));
     const auto y = intFromText(match.capturedView(6));
     if (!width || !height || !x || !y || *width == 0 || *height == 0)
-        return std::nullopt;
-    const bool fromRight = match.capturedView(3) == u"-";
-    const bool fromBottom = match.capturedView(5) == u"-";
-    return PXPixelRect{fromRight ? display.x + display.width - *width - *x : *x,
-                       fromBottom ? display.y + display.height - *height - *y : *y, *width,
-                       *height};
+        return BRWrongUsage(u"\"%1\" is no area"_s.arg(text),
+                            u"Give it as WIDTHxHEIGHT+X+Y, 640x480+100+50."_s);
+    return BRGeometry{
+        *width, *height, *x, *y, match.capturedView(3) == u"-", match.capturedView(5) == u"-"};
 }
 
-std::optional<PXSize> BRSizeFromText(QStringView text)
+BRUsageExpected<PXSize> BRSizeFromText(QStringView text)
 {
     static const QRegularExpression form(u"^(\\d+)[xX](\\d+)$"_s);
     const QRegularExpressionMatch match = form.match(text);
-    if (!match.hasMatch())
-        return std::nullopt;
     const auto width = intFromText(match.capturedView(1));
     const auto height = intFromText(match.capturedView(2));
     if (!width || !height || *width == 0 || *height == 0)
-        return std::nullopt;
+        return BRWrongUsage(u"\"%1\" is no size"_s.arg(text),
+                            u"Give it as WIDTHxHEIGHT, 640x480."_s);
     return PXSize{static_cast<float>(*width), static_cast<float>(*height)};
 }

@@ -1,14 +1,26 @@
 #pragma once
 
+#include "app/cli/BRUsageError.h"
 #include "foundation/PXGeometry.h"
 
 #include <QStringView>
 
-#include <optional>
+/// "640x480+100+50", an area as X writes it, not yet on any display. "+X" and "+Y" are the place
+/// of its upper left corner on the desktop, also negative ("+-10"); "-X" and "-Y" count from the
+/// display's right and lower edge to its own, so that "-0-0" is the lower right corner.
+struct BRGeometry {
+    int width = 0;
+    int height = 0;
+    int x = 0;
+    int y = 0;
+    bool isFromRight = false;
+    bool isFromBottom = false;
 
-/// "640x480+100+50": width, height and the place of the upper left corner on the desktop, as X
-/// writes it; "-0" counts from the right or lower edge of `display`. None for anything else.
-std::optional<PXPixelRect> BRPixelRectFromGeometry(QStringView text, const PXPixelRect &display);
+    /// May reach beyond the display, or lie outside it.
+    [[nodiscard]] PXPixelRect onDisplay(const PXPixelRect &display) const;
+};
+
+BRUsageExpected<BRGeometry> BRGeometryFromText(QStringView text);
 
 /// "640x480".
-std::optional<PXSize> BRSizeFromText(QStringView text);
+BRUsageExpected<PXSize> BRSizeFromText(QStringView text);

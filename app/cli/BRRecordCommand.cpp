@@ -5,6 +5,7 @@
 #include "app/cli/BRGeometry.h"
 #include "app/cli/BRSignals.h"
 #include "app/cli/BRTerminal.h"
+#include "app/cli/BRUsageError.h"
 #include "capture/BRScreenRecorder.h"
 #include "capture/framefile/BRRawCompression.h"
 #include "foundation/PXDefaults.h"
@@ -26,39 +27,40 @@ constexpr double kLowestRate = 0.001;
 constexpr double kHighestRate = 1000;
 constexpr double kLongestDuration = 2'000'000; ///< Seconds; what a timer's milliseconds can count.
 
-PXError wrongArgument(const QString &description, const QString &suggestion)
-{
-    return {kBRErrorDomain, BRExitWrongUsage, description, suggestion, {}};
-}
-
-/// The arguments laid over what the defaults say, in the display's coordinates.
+/// The arguments laid over what the defaults say.
 class OptionsBuilder {
 public:
-    OptionsBuilder(const BRRecordArguments &arguments, const PXPixelRect &display)
-        : _arguments(arguments), _display(display)
+    explicit OptionsBuilder(const BRRecordArguments &arguments) : _arguments(arguments)
     {
         BRSessionOptions::fill(_options, PXDefaults::standardUserDefaults());
     }
 
-    PXExpected<void> setRate()
+    /// What the words alone say, right or wrong whatever the display.
+    BRUsageExpected<void> readArguments()
     {
-        if (_arguments.rate)
-            _options.numberOfFramesPerSecond = static_cast<float>(*_arguments.rate);
-        const double rate = static_cast<double>(_options.numberOfFramesPerSecond);
-        if (rate >= kLowestRate && rate <= kHighestRate)
-            return {};
-        return PXFail(wrongArgument(
-            u"Cannot record %1 frames per second"_s.arg(rate),
-            u"Give a rate from 0.001 to %1 (--rate, or the setting captureRate)."_s.arg(
-                kHighestRate)));
+        if (auto read = _readRate(); !read)
+            return read;
+        if (_arguments.geometry) {
+            const auto geometry = BRGeometryFromText(*_arguments.geometry);
+            if (!geometry)
+                return tl::unexpected(geometry.error());
+            _geometry = *geometry;
+        }
+        if (_arguments.follow) {
+            const auto size = BRSizeFromText(*_arguments.follow);
+            if (!size)
+                return tl::unexpected(size.error());
+            _options.cameraMode = 1;
+            _options.screenSelectionSize = *size;
+        }
+        return {};
     }
 
-    PXExpected<BRScreenRecordingOptions> build()
+    /// The options in the display's coordinates, after `readArguments()`.
+    BRUsageExpected<BRScreenRecordingOptions> optionsOn(const PXPixelRect &display)
     {
-        if (auto done = setRate(); !done)
-            return PXFail(done.error());
-        if (auto done = _setArea(); !done)
-            return PXFail(done.error());
+        if (const auto done = _setArea(display); !done)
+            return tl::unexpected(done.error());
         _setCompression();
         if (_arguments.hidesCursor)
             _options.showCursor = false;
@@ -66,6 +68,19 @@ public:
     }
 
 private:
+    BRUsageExpected<void> _readRate()
+    {
+        if (_arguments.rate)
+            _options.numberOfFramesPerSecond = static_cast<float>(*_arguments.rate);
+        const double rate = static_cast<double>(_options.numberOfFramesPerSecond);
+        if (rate >= kLowestRate && rate <= kHighestRate)
+            return {};
+        return BRWrongUsage(
+            u"Cannot record %1 frames per second"_s.arg(rate),
+            u"Give a rate from 0.001 to %1 (--rate, or the setting captureRate)."_s.arg(
+                kHighestRate));
+    }
+
     void _setCompression()
     {
         if (_arguments.codec)
@@ -84,40 +99,28 @@ private:
                 u"--lossy has no effect: LZO loses nothing (it is for --codec rle)"_s);
     }
 
-    PXExpected<void> _setArea()
+    BRUsageExpected<void> _setArea(const PXPixelRect &display)
     {
-        if (_arguments.geometry) {
-            const auto area = BRPixelRectFromGeometry(*_arguments.geometry, _display);
-            if (!area)
-                return PXFail(wrongArgument(u"\"%1\" is no area"_s.arg(*_arguments.geometry),
-                                            u"Give it as WIDTHxHEIGHT+X+Y, 640x480+100+50."_s));
-            return _setFixedArea(*area, *_arguments.geometry);
-        }
-        if (_arguments.follow) {
-            const auto size = BRSizeFromText(*_arguments.follow);
-            if (!size)
-                return PXFail(wrongArgument(u"\"%1\" is no size"_s.arg(*_arguments.follow),
-                                            u"Give it as WIDTHxHEIGHT, 640x480."_s));
-            _options.cameraMode = 1;
-            _options.screenSelectionSize = *size;
-        }
+        if (_geometry)
+            return _setFixedArea(_geometry->onDisplay(display), *_arguments.geometry, display);
         if (_options.cameraMode == 1) {
-            _cutCameraToDisplay();
+            _cutCameraTo(display);
             return {};
         }
-        const PXPixelRect lastSelection = PXPixelsFromRect(_options.screenSelectionRect, _display);
-        return _setFixedArea(lastSelection.isEmpty() ? _display : lastSelection,
-                             u"the last selection"_s);
+        const PXPixelRect lastSelection = PXPixelsFromRect(_options.screenSelectionRect, display);
+        return _setFixedArea(lastSelection.isEmpty() ? display : lastSelection,
+                             u"the last selection"_s, display);
     }
 
-    PXExpected<void> _setFixedArea(const PXPixelRect &area, const QString &name)
+    BRUsageExpected<void> _setFixedArea(const PXPixelRect &area, const QString &name,
+                                        const PXPixelRect &display)
     {
-        const PXPixelRect visible = PXIntersection(area, _display);
-        const QString displayText = QString::asprintf("%dx%d+%d+%d", _display.width,
-                                                      _display.height, _display.x, _display.y);
+        const PXPixelRect visible = PXIntersection(area, display);
+        const QString displayText
+            = QString::asprintf("%dx%d+%d+%d", display.width, display.height, display.x, display.y);
         if (visible.isEmpty())
-            return PXFail(wrongArgument(u"%1 lies outside the display"_s.arg(name),
-                                        u"Choose an area inside %1."_s.arg(displayText)));
+            return BRWrongUsage(u"%1 lies outside the display"_s.arg(name),
+                                u"Choose an area inside %1."_s.arg(displayText));
         if (visible != area) {
             BRTerminal::printWarning(u"%1 reaches beyond the display %2; recording %3"_s.arg(
                 name, displayText,
@@ -125,16 +128,16 @@ private:
                                   visible.y)));
         }
         _options.cameraMode = 0;
-        _options.screenSelectionRect = PXRectFromPixels(visible, _display);
+        _options.screenSelectionRect = PXRectFromPixels(visible, display);
         _options.screenSelectionSize = _options.screenSelectionRect.size();
         return {};
     }
 
-    void _cutCameraToDisplay()
+    void _cutCameraTo(const PXPixelRect &display)
     {
         PXSize &size = _options.screenSelectionSize;
         const PXSize whole
-            = {static_cast<float>(_display.width), static_cast<float>(_display.height)};
+            = {static_cast<float>(display.width), static_cast<float>(display.height)};
         if (size.width <= whole.width && size.height <= whole.height)
             return;
         size = {std::min(size.width, whole.width), std::min(size.height, whole.height)};
@@ -144,7 +147,7 @@ private:
     }
 
     const BRRecordArguments &_arguments;
-    const PXPixelRect _display;
+    std::optional<BRGeometry> _geometry;
     BRScreenRecordingOptions _options;
 };
 
@@ -228,43 +231,49 @@ private:
     BRScreenRecorder _recorder;
 };
 
-int fail(const PXError &error)
+BRUsageExpected<void> checkDuration(const BRRecordArguments &arguments)
 {
-    BRTerminal::printError(error);
-    if (error.domain == kBRErrorDomain && error.code == BRExitWrongUsage)
-        return BRExitWrongUsage;
-    return BRExitStatusOfError(error, BRAccess::Writing);
+    const double duration = arguments.duration.value_or(kLongestDuration);
+    if (duration > 0 && duration <= kLongestDuration)
+        return {};
+    return BRWrongUsage(u"Cannot record for %1 seconds"_s.arg(duration),
+                        u"Give a duration above 0, at most %1."_s.arg(kLongestDuration, 0, 'f', 0));
+}
+
+/// The recorder asks the settings for the folder: the argument is laid over them.
+BRUsageExpected<QString> moviesFolder(const BRRecordArguments &arguments)
+{
+    PXDefaults &defaults = PXDefaults::standardUserDefaults();
+    if (arguments.moviesFolder)
+        defaults.setArgumentValue(u"moviesFolderPath"_s,
+                                  QDir(*arguments.moviesFolder).absolutePath());
+    QString folder = defaults.stringValue(u"moviesFolderPath"_s);
+    if (folder.isEmpty() || arguments.moviesFolder == QString())
+        return BRWrongUsage(u"There is no movies folder"_s,
+                            u"Give one (--movies-folder, or the setting moviesFolderPath)."_s);
+    return folder;
 }
 
 } // namespace
 
 int BRRunRecordCommand(const BRRecordArguments &arguments, const BRBackEnds &backEnds)
 {
-    if (arguments.duration
-        && !(*arguments.duration > 0 && *arguments.duration <= kLongestDuration)) {
-        return fail(wrongArgument(
-            u"Cannot record for %1 seconds"_s.arg(*arguments.duration),
-            u"Give a duration above 0, at most %1."_s.arg(kLongestDuration, 0, 'f', 0)));
-    }
-    PXDefaults &defaults = PXDefaults::standardUserDefaults();
-    if (arguments.moviesFolder)
-        defaults.setArgumentValue(u"moviesFolderPath"_s,
-                                  QDir(*arguments.moviesFolder).absolutePath());
-    const QString moviesFolder = defaults.stringValue(u"moviesFolderPath"_s);
-    if (moviesFolder.isEmpty() || arguments.moviesFolder == QString()) {
-        return fail(
-            wrongArgument(u"There is no movies folder"_s,
-                          u"Give one (--movies-folder, or the setting moviesFolderPath)."_s));
-    }
+    OptionsBuilder builder(arguments);
     // What is wrong with the words is said before a display is looked for.
-    if (const auto rate = OptionsBuilder(arguments, {}).setRate(); !rate)
-        return fail(rate.error());
+    const auto folder
+        = checkDuration(arguments).and_then([&] { return builder.readArguments(); }).and_then([&] {
+              return moviesFolder(arguments);
+          });
+    if (!folder)
+        return BRFailUsage(folder.error());
     auto platform = backEnds.openScreen();
-    if (!platform)
-        return fail(platform.error());
-    const auto options = OptionsBuilder(arguments, (*platform)->mainDisplay().bounds()).build();
+    if (!platform) {
+        BRTerminal::printError(platform.error());
+        return BRExitStatusOfError(platform.error(), BRAccess::Writing);
+    }
+    const auto options = builder.optionsOn((*platform)->mainDisplay().bounds());
     if (!options)
-        return fail(options.error());
-    RecordCommand command(**platform, moviesFolder);
+        return BRFailUsage(options.error());
+    RecordCommand command(**platform, *folder);
     return command.run(*options, arguments.duration);
 }

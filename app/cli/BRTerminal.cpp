@@ -20,6 +20,21 @@ void write(FILE *stream, const QString &text)
 
 bool hasProgressLine = false;
 
+/// As much of `line` as fits; what switches a colour on or off takes no room and is never cut off.
+QString fittedLine(const QString &line, int columns)
+{
+    QString fitted;
+    bool isInEscape = false;
+    for (const QChar character : line) {
+        isInEscape = isInEscape || character == u'\x1b';
+        if (isInEscape || columns-- > 0)
+            fitted += character;
+        if (character == u'm')
+            isInEscape = false;
+    }
+    return fitted;
+}
+
 } // namespace
 
 void BRTerminal::print(const QString &line)
@@ -60,7 +75,7 @@ void BRTerminal::showProgress(const QString &line)
     const bool knowsWidth = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 1;
     // The cursor stays at the line's beginning, so that a message that comes in between writes
     // over the line instead of behind it.
-    write(stderr, u"\x1b[K"_s + line.left(knowsWidth ? window.ws_col - 1 : 79) + u'\r');
+    write(stderr, u"\x1b[K"_s + fittedLine(line, knowsWidth ? window.ws_col - 1 : 79) + u'\r');
     hasProgressLine = true;
 }
 

@@ -1,13 +1,14 @@
 #include "foundation/PXClock.h"
 #include "tests/capture/RecordingSession.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/PaintedWindow.h"
 
 #include <gtest/gtest.h>
 
 #include <QFileInfo>
 
-#include <csignal>
-#include <sys/resource.h>
+#include <cerrno>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -181,20 +182,14 @@ TEST(ScreenRecorder, AFullDiskEndsTheRecordingAndKeepsItsFrames)
     auto options = session.options();
     options.videoCompression = 2;
     // A limit of the kernel's on the size of files: every write beyond it fails.
-    rlimit unlimited = {};
-    getrlimit(RLIMIT_FSIZE, &unlimited);
-    rlimit limited = unlimited;
-    limited.rlim_cur = 40'000;
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &limited);
+    std::optional<FileSizeLimit> limit(40'000);
     ASSERT_TRUE(session.start(options));
     session.waitUntil([&] {
         window.fillAtRandom(random, 20);
         return session.failure.has_value();
     });
     session.stop();
-    setrlimit(RLIMIT_FSIZE, &unlimited);
-    std::signal(SIGXFSZ, oldHandler);
+    limit.reset();
     EXPECT_EQ(session.failure->code, EFBIG);
     const auto frames = session.frames();
     EXPECT_GE(frames.size(), 1U);
@@ -273,15 +268,10 @@ TEST(ScreenRecorder, AFailureInTheLastFramesIsReportedBeforeTheEnd)
     options.videoCompression = 2;
     ASSERT_TRUE(session.start(options));
     session.waitForFrames(1);
-    rlimit unlimited = {};
-    getrlimit(RLIMIT_FSIZE, &unlimited);
-    rlimit limited = unlimited;
-    limited.rlim_cur = static_cast<rlim_t>(QFileInfo(session.filePath()).size()) + 100;
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &limited);
+    std::optional<FileSizeLimit> limit(static_cast<rlim_t>(QFileInfo(session.filePath()).size())
+                                       + 100);
     session.stop();
-    setrlimit(RLIMIT_FSIZE, &unlimited);
-    std::signal(SIGXFSZ, oldHandler);
+    limit.reset();
     ASSERT_TRUE(session.failure);
     EXPECT_EQ(session.failure->code, EFBIG);
     EXPECT_EQ(session.frames().size(), 1U);

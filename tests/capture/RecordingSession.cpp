@@ -20,7 +20,8 @@ constexpr int kPatienceMs = 30'000;
 const QString kUUID = u"7C0FFEE0-0000-4000-8000-000000000001"_s;
 } // namespace
 
-RecordingSession::RecordingSession(const VirtualDisplay &display)
+RecordingSession::RecordingSession(const VirtualDisplay &display, BRStatusItem *statusItem,
+                                   BRMovieBounds *movieBounds)
 {
     auto platform = X11ScreenPlatform::open(display.name());
     if (!platform)
@@ -28,7 +29,7 @@ RecordingSession::RecordingSession(const VirtualDisplay &display)
     _platform = *std::move(platform);
     PXDefaults::standardUserDefaults().setArgumentValue(u"moviesFolderPath"_s, _folder.path());
     _recorder = std::make_unique<BRScreenRecorder>(
-        kUUID, static_cast<BRScreenRecorderDelegate *>(this), *_platform);
+        kUUID, static_cast<BRScreenRecorderDelegate *>(this), *_platform, statusItem, movieBounds);
 }
 
 RecordingSession::~RecordingSession() = default;

@@ -23,7 +23,8 @@ struct RecordedFrame {
 /// A recorder on a real display that writes into a folder of its own.
 class RecordingSession final : private BRScreenRecorderDelegate {
 public:
-    explicit RecordingSession(const VirtualDisplay &display);
+    explicit RecordingSession(const VirtualDisplay &display, BRStatusItem *statusItem = nullptr,
+                              BRMovieBounds *movieBounds = nullptr);
     ~RecordingSession();
 
     /// The whole display, LZO, 30 frames a second, with the cursor.

@@ -3,6 +3,7 @@
 #include "capture/framefile/BRFrameStreamer.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 #include "tests/ffmpeg/MovieProbe.h"
+#include "tests/support/FileSizeLimit.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,10 +13,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <functional>
 #include <optional>
 #include <random>
@@ -317,15 +316,10 @@ TEST_F(Export, AFullDiskFailsAndTheOldFileComesBack)
     record(manyFrames(60));
     write(output(), "the movie of yesterday");
     const auto exporter = compressor();
-    rlimit before = {};
-    getrlimit(RLIMIT_FSIZE, &before);
-    auto *signalBefore = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{100'000, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
+    std::optional<FileSizeLimit> limit(100'000);
     const auto started = exporter->startCompression(output());
     const QString end = started ? listener.wait() : u"not started"_s;
-    setrlimit(RLIMIT_FSIZE, &before);
-    static_cast<void>(std::signal(SIGXFSZ, signalBefore));
+    limit.reset();
     EXPECT_TRUE(end.startsWith(u"failed "_s)) << end.toStdString();
     EXPECT_TRUE(exporter->firstWriteError());
     EXPECT_EQ(read(output()), "the movie of yesterday");

@@ -1,15 +1,17 @@
 #include "foundation/PXPropertyList.h"
+#include "tests/support/FileSizeLimit.h"
 
 #include <gtest/gtest.h>
 
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QPoint>
 #include <QTemporaryDir>
 
-#include <sys/resource.h>
+#include <sys/stat.h>
 
-#include <csignal>
+#include <cerrno>
 #include <stdexcept>
 
 using namespace Qt::StringLiterals;
@@ -172,15 +174,10 @@ TEST(PXPropertyList, AFailedWriteLeavesTheOldFile)
     ASSERT_TRUE(PXPropertyList::write({{u"old"_s, true}}, path, Format::XML));
 
     // A disk that is full: no file may grow beyond 64 bytes.
-    rlimit before = {};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit tight = {64, before.rlim_max};
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &tight);
-    const auto written = PXPropertyList::write(everyType(), path, Format::Binary);
-    setrlimit(RLIMIT_FSIZE, &before);
-    (void)std::signal(SIGXFSZ, oldHandler);
-
+    const auto written = [&] {
+        const FileSizeLimit limit(64);
+        return PXPropertyList::write(everyType(), path, Format::Binary);
+    }();
     ASSERT_FALSE(written);
     EXPECT_EQ(written.error().domain, kPXPOSIXErrorDomain);
     EXPECT_EQ(written.error().code, EFBIG) << written.error().description.toStdString();
@@ -192,10 +189,25 @@ TEST(PXPropertyList, AFailedWriteLeavesTheOldFile)
 TEST(PXPropertyList, TellsAMissingFileFromOneThatDoesNotRead)
 {
     const QTemporaryDir folder;
-    EXPECT_EQ(PXPropertyList::read(folder.filePath(u"none"_s)).error().code, ENOENT);
-    EXPECT_EQ(PXPropertyList::read(folder.path()).error().code, EISDIR);
-    // An endless device must not be read to its end.
-    EXPECT_EQ(PXPropertyList::read(u"/dev/zero"_s).error().domain, kPXCocoaErrorDomain);
+    const QString pipe = folder.filePath(u"pipe"_s);
+    ASSERT_EQ(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    const struct {
+        const char *name;
+        QString path;
+        int code;
+    } cases[] = {
+        {"missing", folder.filePath(u"none"_s), ENOENT},
+        {"folder", folder.path(), EISDIR},
+        {"endlessDevice", u"/dev/zero"_s, EINVAL}, // Must not be read to its end.
+        {"pipeThatNobodyWritesTo", pipe, EINVAL}, // Must not be waited for.
+    };
+    for (const auto &c : cases) {
+        const auto read = PXPropertyList::read(c.path);
+        ASSERT_FALSE(read) << c.name;
+        EXPECT_EQ(read.error().domain, kPXPOSIXErrorDomain) << c.name;
+        EXPECT_EQ(read.error().code, c.code) << c.name;
+        EXPECT_TRUE(read.error().description.contains(c.path)) << c.name;
+    }
     const auto nowhere = PXPropertyList::write({}, folder.filePath(u"no/file"_s), Format::XML);
     EXPECT_EQ(nowhere.error().code, ENOENT);
 }

@@ -87,7 +87,6 @@ const HeaderCase kHeaderCases[] = {
     {"compressionOfTheFuture", 32, "09000000", false, "compression 9"},
     {"durationIsNoNumber", 20, "000000000000f87f", true, ""},
     {"countOfTheLargestNumber", 28, "ffffffff", true, ""},
-    {"largestSelection", 12, "ff7f0000ff7f0000", true, ""},
 };
 
 TEST_F(BRDamagedFileTest, HeadersThatCannotBeOne)
@@ -108,9 +107,7 @@ TEST_F(BRDamagedFileTest, HeadersThatCannotBeOne)
             continue;
         }
         EXPECT_GE((*streamer)->duration(), 0) << c.name;
-        // A picture of 4 GB from a file of a few kB is refused; the rest is as it was.
-        const auto frames = framesOf(**streamer);
-        EXPECT_EQ(frames.size(), std::string(c.name) == "largestSelection" ? 0U : 8U) << c.name;
+        EXPECT_EQ(framesOf(**streamer).size(), 8U) << c.name;
     }
     for (const QByteArray &garbage : {""_ba, "x"_ba, "VLOT"_ba, "OEDV"_ba, QByteArray(4096, '\xA5'),
                                       QByteArray(4096, '\0'), QByteArray(64, '\xFF')}) {
@@ -128,6 +125,7 @@ TEST_F(BRDamagedFileTest, HeadersThatCannotBeOne)
 
 TEST_F(BRDamagedFileTest, AFileTooSmallForItsPictureIsCorrupt)
 {
+    // A picture of 4 GB from a file of a few kB.
     record(BRRawCompression::LZO);
     QByteArray damaged = contents(path);
     damaged.replace(12, 8, QByteArray::fromHex("ff7f0000ff7f0000"));
@@ -253,25 +251,6 @@ TEST_F(BRDamagedFileTest, RectanglesThatCannotBe)
             const auto streamer = reader();
             EXPECT_TRUE(framesOf(*streamer, &wasCutShort).empty()) << c.name;
             EXPECT_TRUE(wasCutShort) << c.name;
-        }
-    }
-}
-
-TEST_F(BRDamagedFileTest, RandomDamageNeverCrashes)
-{
-    std::mt19937 random = repeatableNumbers(5);
-    for (const BRRawCompression compression :
-         {BRRawCompression::None, BRRawCompression::LZO, BRRawCompression::RLE}) {
-        record(compression);
-        const QByteArray sound = contents(path);
-        for (int round = 0; round < 400; ++round) {
-            QByteArray damaged = sound;
-            for (int i = 0; i < 6; ++i)
-                damaged[41 + qsizetype(random() % std::uint64_t(sound.size() - 41))]
-                    = static_cast<char>(random());
-            fill(path, damaged);
-            const auto streamer = reader();
-            EXPECT_LE(framesOf(*streamer).size(), 8U);
         }
     }
 }

@@ -68,47 +68,64 @@ TEST_F(BRFrameStreamerTest, AOneFrameRecordingByteForByte)
     EXPECT_EQ(streamer->bytesReadWritten(), 12U + 16 + 22 + 12);
 }
 
-TEST_F(BRFrameStreamerTest, LZOHoldsThePackedOpaqueBlock)
+/// The library's own compression of what a block must hold, with its length in front.
+QByteArray lzoBlock(const QByteArray &packed)
 {
-    Picture pixels = threeByTwo();
-    const auto streamer = writer({3, 2}, BRRawCompression::LZO);
-    const PXRect dirty{1, 0, 2, 2};
-    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{dirty}, 0.25));
-    ASSERT_TRUE(streamer->writeDirtyRect(dirty, dirty, viewOf(pixels, 3, 2)));
-
-    const std::array<std::uint32_t, 4> packed{0xFF000001, 0xFF000001, 0xFFAABBCC, 0xFFAABBCC};
     std::array<unsigned char, 128> compressed = {};
     std::vector<unsigned char> work(LZO1X_1_MEM_COMPRESS);
     lzo_uint length = 0;
-    lzo1x_1_compress(reinterpret_cast<const unsigned char *>(packed.data()), sizeof packed,
-                     compressed.data(), &length, work.data());
-    const QByteArray payload(reinterpret_cast<const char *>(compressed.data()), qsizetype(length));
-    const QByteArray bytes = contents(path);
-    EXPECT_EQ(bytes.mid(32, 9).toHex(), "010000000200000001") << "LZO, pixel format 2, upside down";
-    EXPECT_EQ(bytes.mid(41).toHex(),
-              QByteArray("01000000"
-                         "000000000000d03f"
-                         "01000000"
-                         "00000000"
-                         "02000000"
-                         "02000000")
-                  + QByteArray::number(qsizetype(length), 16).rightJustified(2, '0') + "000000"
-                  + payload.toHex());
-    EXPECT_EQ(contents(indexPath).right(4).toHex(), "00000000") << "not a key frame";
+    lzo1x_1_compress(reinterpret_cast<const unsigned char *>(packed.constData()),
+                     static_cast<lzo_uint>(packed.size()), compressed.data(), &length, work.data());
+    return QByteArray(1, static_cast<char>(length)) + QByteArray(3, '\0')
+        + QByteArray(reinterpret_cast<const char *>(compressed.data()), qsizetype(length));
 }
 
-TEST_F(BRFrameStreamerTest, NoneHasWholeRowsOfTheBuffer)
+TEST_F(BRFrameStreamerTest, ARectangleOfAFrameInEachCompression)
 {
-    Picture pixels = threeByTwo();
-    const auto streamer = writer({3, 2}, BRRawCompression::None);
-    const PXRect dirty{1, 0, 2, 2};
-    ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{dirty}, 0));
-    ASSERT_TRUE(streamer->writeDirtyRect(dirty, dirty, viewOf(pixels, 3, 2)));
-    EXPECT_EQ(contents(path).mid(41 + 12 + 16).toHex(),
-              "10000000"
-              "010000ff010000ff00000000"
-              "ccbbaaffccbbaaff00000000");
-    EXPECT_EQ(streamer->bytesReadWritten(), 12U + 16 + 4 + 16);
+    const struct {
+        const char *name;
+        BRRawCompression compression;
+        QByteArray header; ///< Compression, pixel format, upside down.
+        QByteArray stored;
+    } cases[] = {
+        // The rectangle alone, packed and opaque.
+        {"lzo", BRRawCompression::LZO, "010000000200000001",
+         lzoBlock(QByteArray::fromHex("010000ff010000ffccbbaaffccbbaaff")).toHex()},
+        // As many bytes as that has, it says; but whole rows of the buffer.
+        {"none", BRRawCompression::None, "000000000100000001",
+         "10000000"
+         "010000ff010000ff00000000"
+         "ccbbaaffccbbaaff00000000"},
+        // Each row for itself.
+        {"rle", BRRawCompression::RLE, "020000000100000001",
+         "06000000"
+         "000001000001"
+         "06000000"
+         "aabbccaabbcc"},
+    };
+    for (const auto &c : cases) {
+        Picture pixels = threeByTwo();
+        const auto streamer = writer({3, 2}, c.compression);
+        const PXRect dirty{1, 0, 2, 2};
+        ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{dirty}, 0.25)) << c.name;
+        ASSERT_TRUE(streamer->writeDirtyRect(dirty, dirty, viewOf(pixels, 3, 2))) << c.name;
+        const QByteArray bytes = contents(path);
+        EXPECT_EQ(bytes.mid(32, 9).toHex(), c.header) << c.name;
+        EXPECT_EQ(bytes.mid(41).toHex(),
+                  QByteArray("01000000"
+                             "000000000000d03f"
+                             "01000000"
+                             "00000000"
+                             "02000000"
+                             "02000000")
+                      + c.stored)
+            << c.name;
+        EXPECT_EQ(contents(indexPath).right(4).toHex(), "00000000") << "not a key frame";
+        const bool isNone = c.compression == BRRawCompression::None;
+        EXPECT_EQ(streamer->bytesReadWritten(),
+                  12U + 16 + (isNone ? 4 + 16 : std::uint64_t(c.stored.size()) / 2))
+            << c.name;
+    }
 }
 
 TEST_F(BRFrameStreamerTest, CoordinatesAreTruncatedAndClamped)

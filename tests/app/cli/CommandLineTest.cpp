@@ -1,7 +1,5 @@
+#include "tests/app/cli/CommandLine.h"
 #include "tests/support/PaintedWindow.h"
-#include "tests/support/VirtualDisplay.h"
-
-#include <gtest/gtest.h>
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -9,91 +7,10 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QTemporaryDir>
-
-#include <csignal>
-#include <random>
-#include <thread>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr int kPatienceMs = 60'000;
-
-struct Outcome {
-    int status = -1;
-    QString output;
-    QString errors;
-};
-
-/// The real program, with settings and movies of its own.
-class CommandLineTest : public testing::Test {
-protected:
-    static VirtualDisplay &display()
-    {
-        static VirtualDisplay theDisplay(320, 240);
-        return theDisplay;
-    }
-
-    void start(QProcess &process, const QStringList &arguments, const QString &displayName) const
-    {
-        auto environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"XDG_CONFIG_HOME"_s, _home.filePath(u"config"_s));
-        environment.insert(u"XDG_DATA_HOME"_s, _home.filePath(u"data"_s));
-        environment.insert(u"DISPLAY"_s, displayName);
-        environment.remove(u"WAYLAND_DISPLAY"_s);
-        environment.remove(u"XDG_SESSION_TYPE"_s);
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(TOLVANE_PROGRAM), arguments);
-        ASSERT_TRUE(process.waitForStarted(kPatienceMs));
-    }
-
-    static Outcome outcomeOf(QProcess &process)
-    {
-        EXPECT_TRUE(process.waitForFinished(kPatienceMs));
-        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
-    }
-
-    Outcome run(const QStringList &arguments, const QString &displayName = display().name()) const
-    {
-        QProcess process;
-        start(process, arguments, displayName);
-        return outcomeOf(process);
-    }
-
-    [[nodiscard]] QString path(const QString &name) const { return _home.filePath(name); }
-
-    /// The folder of the only movie in `moviesFolder`, once it has frames.
-    static QString movieWithFramesIn(const QString &moviesFolder, std::uint32_t frames = 1)
-    {
-        const QDeadlineTimer deadline(kPatienceMs);
-        while (!deadline.hasExpired()) {
-            const QStringList movies
-                = QDir(moviesFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-            if (!movies.isEmpty()) {
-                QString movie = moviesFolder + u'/' + movies.first();
-                const QFileInfo index(movie + u"/Brimmet Capture Video Data.index"_s);
-                if (index.size() >= qint64{24} * frames)
-                    return movie;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        ADD_FAILURE() << "no frame came";
-        return {};
-    }
-
-    static QJsonObject object(const Outcome &outcome)
-    {
-        return QJsonDocument::fromJson(outcome.output.toUtf8()).object();
-    }
-
-    QTemporaryDir _home;
-};
 
 TEST_F(CommandLineTest, RecordsInspectsAndExports)
 {
@@ -105,22 +22,21 @@ TEST_F(CommandLineTest, RecordsInspectsAndExports)
     const QString movie = recorded.output.trimmed().split(u'\n').last();
     EXPECT_TRUE(movie.startsWith(path(u"Movies/"_s)));
 
-    const QJsonObject info = object(run({u"info"_s, movie, u"--json"_s}));
+    const QJsonObject info = infoOf(movie);
     EXPECT_EQ(info.value(u"format"_s).toInt(), 2);
     EXPECT_EQ(info.value(u"width"_s).toInt(), 200);
     EXPECT_EQ(info.value(u"frames"_s).toInt(), info.value(u"indexRecords"_s).toInt());
     EXPECT_EQ(info.value(u"compression"_s).toString(), u"lzo"_s);
     EXPECT_GT(info.value(u"duration"_s).toDouble(), 0.4);
 
-    ASSERT_EQ(run({u"frames"_s, movie, u"--out"_s, path(u"frames"_s)}).status, 0);
-    QFile list(path(u"frames/frames.json"_s));
+    const std::vector<QImage> pictures = picturesOf(movie);
+    EXPECT_EQ(qint64(pictures.size()), info.value(u"frames"_s).toInt());
+    EXPECT_EQ(pictures.back(), display().screenshot().copy(10, 20, 200, 150));
+    QFile list(movie + u"/pictures/frames.json"_s);
     ASSERT_TRUE(list.open(QIODevice::ReadOnly));
     const QJsonArray frames = QJsonDocument::fromJson(list.readAll()).array();
     EXPECT_EQ(frames.size(), info.value(u"frames"_s).toInt());
     EXPECT_TRUE(frames.first().toObject().value(u"keyframe"_s).toBool());
-    const QImage last(path(QString::asprintf("frames/%06d.png", int(frames.size()) - 1)));
-    EXPECT_EQ(last.convertToFormat(QImage::Format_RGB32),
-              display().screenshot().copy(10, 20, 200, 150));
 
     const Outcome exported
         = run({u"export"_s, movie, u"-o"_s, path(u"out.mov"_s), u"--video-codec"_s, u"png "_s,
@@ -135,19 +51,41 @@ TEST_F(CommandLineTest, RecordsInspectsAndExports)
     EXPECT_EQ(outcomeOf(probe).output.trimmed(), u"png,100,75,1/3000,%1"_s.arg(frames.size()));
 }
 
+TEST_F(CommandLineTest, FollowsThePointer)
+{
+    PaintedWindow window(display(), {0, 0, 320, 240});
+    std::mt19937 random(13);
+    window.fillAtRandom(random, 100);
+    const QImage screen = display().screenshot();
+    display().warpPointer(200, 150);
+    QProcess process;
+    start(process,
+          {u"record"_s, u"--follow"_s, u"100x60"_s, u"--no-cursor"_s, u"--movies-folder"_s,
+           path(u"Movies"_s)});
+    movieWithFramesIn(path(u"Movies"_s));
+    display().movePointerBy(-80, -60);
+    // One more frame of the old place, in which the pointer is seen to have moved.
+    const QString movie = movieWithFramesIn(path(u"Movies"_s), 3);
+    send(process, SIGINT);
+    EXPECT_EQ(outcomeOf(process).status, 0);
+    const std::vector<QImage> pictures = picturesOf(movie);
+    EXPECT_EQ(pictures.front(), screen.copy(150, 120, 100, 60));
+    EXPECT_EQ(pictures.back(), screen.copy(70, 60, 100, 60));
+}
+
 TEST_F(CommandLineTest, SignalsStopAndKeep)
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         QProcess process;
         const QString folder = path(u"Movies%1"_s.arg(signal));
-        start(process, {u"record"_s, u"--movies-folder"_s, folder}, display().name());
+        start(process, {u"record"_s, u"--movies-folder"_s, folder});
         const QString movie = movieWithFramesIn(folder);
-        ::kill(static_cast<pid_t>(process.processId()), signal);
-        ::kill(static_cast<pid_t>(process.processId()), signal);
+        send(process, signal);
+        send(process, signal);
         const Outcome outcome = outcomeOf(process);
         EXPECT_EQ(outcome.status, 0) << signal;
         EXPECT_EQ(outcome.output.trimmed(), movie);
-        EXPECT_EQ(object(run({u"info"_s, movie, u"--json"_s})).value(u"frames"_s).toInt(), 2);
+        EXPECT_EQ(infoOf(movie).value(u"frames"_s).toInt(), 2);
     }
 }
 
@@ -160,14 +98,13 @@ TEST_F(CommandLineTest, EveryCompleteFrameOutlivesAKill)
         QProcess process;
         start(process,
               {u"record"_s, u"--rate"_s, u"60"_s, u"--codec"_s, run % 2 ? u"rle"_s : u"lzo"_s,
-               u"--movies-folder"_s, folder},
-              display().name());
+               u"--movies-folder"_s, folder});
         const QString movie = movieWithFramesIn(folder);
         const QDeadlineTimer instant(std::uniform_int_distribution<int>(0, 250)(random));
         while (!instant.hasExpired())
             window.fillAtRandom(random, 3);
-        ::kill(static_cast<pid_t>(process.processId()), SIGKILL);
-        process.waitForFinished(kPatienceMs);
+        send(process, SIGKILL);
+        process.waitForFinished(-1);
 
         const Outcome read = this->run(
             {u"frames"_s, movie, u"--out"_s, movie + u"/out"_s, u"--format"_s, u"bgra"_s});
@@ -189,8 +126,8 @@ TEST_F(CommandLineTest, TwoRecordAtTheSameTime)
     QProcess second;
     const QStringList arguments
         = {u"record"_s, u"--duration"_s, u"0.5"_s, u"--movies-folder"_s, path(u"Both"_s)};
-    start(first, arguments, display().name());
-    start(second, arguments, display().name());
+    start(first, arguments);
+    start(second, arguments);
     const Outcome one = outcomeOf(first);
     const Outcome other = outcomeOf(second);
     EXPECT_EQ(one.status + other.status, 0);
@@ -210,16 +147,15 @@ TEST_F(CommandLineTest, SettingsAreUsedAndArgumentsWin)
     const Outcome outcome = run({u"record"_s, u"--duration"_s, u"0.2"_s});
     const QString movie = outcome.output.trimmed();
     EXPECT_TRUE(movie.startsWith(path(u"Mine/"_s)));
-    const QJsonObject info = object(run({u"info"_s, movie, u"--json"_s}));
+    const QJsonObject info = infoOf(movie);
     EXPECT_EQ(info.value(u"width"_s).toInt(), 60);
     EXPECT_EQ(info.value(u"compression"_s).toString(), u"rle"_s);
 
     EXPECT_EQ(run({u"defaults"_s, u"delete"_s, u"captureRate"_s}).status, 0);
     EXPECT_EQ(run({u"defaults"_s, u"read"_s, u"captureRate"_s, u"--json"_s}).output.trimmed(),
               u"30"_s);
-    EXPECT_EQ(
-        object(run({u"defaults"_s, u"read"_s, u"--json"_s})).value(u"cursorCameraWidth"_s).toInt(),
-        640);
+    const auto all = run({u"defaults"_s, u"read"_s, u"--json"_s}).output.toUtf8();
+    EXPECT_EQ(QJsonDocument::fromJson(all).object().value(u"cursorCameraWidth"_s).toInt(), 640);
 }
 
 TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
@@ -242,8 +178,9 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
         QStringList arguments;
         int status;
         QString named; ///< What the message must name.
+        Variables variables = {{u"DISPLAY"_s, u":4711"_s}}; ///< No display.
     };
-    const QString noDisplay = u":4711"_s;
+    const Variables withDisplay;
     const Case cases[] = {
         {"noCommand", {}, 2, u"subcommand"_s},
         {"unknownOption", {u"record"_s, u"--fast"_s}, 2, u"--fast"_s},
@@ -252,7 +189,7 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
         {"absurdRate", {u"record"_s, u"--rate"_s, u"1e9"_s}, 2, u"1e+09"_s},
         {"unknownCodec", {u"record"_s, u"--codec"_s, u"none"_s}, 2, u"none"_s},
         {"noArea", {u"record"_s, u"--geometry"_s, u"10x"_s}, 2, u"10x"_s},
-        {"outside", {u"record"_s, u"--geometry"_s, u"10x10+900+0"_s}, 2, u"outside"_s},
+        {"outside", {u"record"_s, u"--geometry"_s, u"10x10+900+0"_s}, 2, u"outside"_s, withDisplay},
         {"noSize", {u"record"_s, u"--follow"_s, u"0x0"_s}, 2, u"0x0"_s},
         {"tinyRate", {u"record"_s, u"--rate"_s, u"1e-40"_s}, 2, u"frames per second"_s},
         {"endless", {u"record"_s, u"--duration"_s, u"inf"_s}, 2, u"inf"_s},
@@ -270,11 +207,24 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
         {"moviesFolderIsAFile",
          {u"record"_s, u"--movies-folder"_s, path(u"garbage"_s)},
          6,
-         u"garbage"_s},
+         u"garbage"_s,
+         withDisplay},
         {"moviesFolderNotWritable",
          {u"record"_s, u"--movies-folder"_s, u"/proc/movies"_s},
          6,
-         u"/proc/movies"_s},
+         u"/proc/movies"_s,
+         withDisplay},
+        {"noDisplay", {u"record"_s}, 4, u"cannot open display \":4711\""_s},
+        {"waylandBySession",
+         {u"record"_s},
+         4,
+         u"needs an X11 session"_s,
+         {{u"DISPLAY"_s, u":4711"_s}, {u"XDG_SESSION_TYPE"_s, u"wayland"_s}}},
+        {"waylandByDisplay",
+         {u"record"_s},
+         4,
+         u"needs an X11 session"_s,
+         {{u"DISPLAY"_s, QString()}, {u"WAYLAND_DISPLAY"_s, u"wayland-0"_s}}},
         {"infoOfNothing", {u"info"_s, path(u"missing"_s)}, 3, u"missing"_s},
         {"infoOfAFolder", {u"info"_s, path(u"folder"_s)}, 3, u"folder"_s},
         {"infoOfGarbage", {u"info"_s, path(u"garbage"_s)}, 1, u"garbage"_s},
@@ -295,14 +245,18 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
          1,
          u"zzzz"_s},
         {"exportNoSize",
-         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--size"_s, u"12"_s},
+         {u"export"_s, path(u"missing"_s), u"-o"_s, path(u"o.mov"_s), u"--size"_s, u"12"_s},
          2,
          u"12"_s},
+        {"exportTooLarge",
+         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--scale"_s, u"9999"_s},
+         2,
+         u"16384"_s},
         {"unknownSetting", {u"defaults"_s, u"read"_s, u"nothing"_s}, 3, u"nothing"_s},
         {"wrongType", {u"defaults"_s, u"write"_s, u"captureRate"_s, u"fast"_s}, 2, u"fast"_s},
     };
     for (const Case &c : cases) {
-        const Outcome outcome = run(c.arguments);
+        const Outcome outcome = run(c.arguments, c.variables);
         EXPECT_EQ(outcome.status, c.status) << c.name << ": " << outcome.errors.toStdString();
         EXPECT_TRUE(outcome.errors.contains(c.named))
             << c.name << ": " << outcome.errors.toStdString();
@@ -313,22 +267,70 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
     EXPECT_FALSE(QFileInfo::exists(path(u"o.mov"_s)));
     EXPECT_FALSE(QFileInfo::exists(path(u"o"_s)));
     EXPECT_EQ(QDir(path(u"folder"_s)).count(), 2U);
-
-    const Outcome outcome = run({u"record"_s}, noDisplay);
-    EXPECT_EQ(outcome.status, 4);
-    EXPECT_TRUE(outcome.errors.contains(u"cannot open display \":4711\""_s))
-        << outcome.errors.toStdString();
 }
 
-TEST_F(CommandLineTest, AnAreaThatReachesBeyondTheDisplayIsCut)
+TEST_F(CommandLineTest, AreasAreWhereXPutsThem)
 {
-    const Outcome outcome = run({u"record"_s, u"--geometry"_s, u"200x150+250+200"_s,
-                                 u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, path(u"M"_s)});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_TRUE(outcome.errors.contains(u"70x40+250+200"_s)) << outcome.errors.toStdString();
-    const QJsonObject info = object(run({u"info"_s, outcome.output.trimmed(), u"--json"_s}));
-    EXPECT_EQ(info.value(u"width"_s).toInt(), 70);
-    EXPECT_EQ(info.value(u"height"_s).toInt(), 40);
+    const PaintedWindow window(display(), {260, 200, 60, 40}, 0xCC3311);
+    const struct {
+        const char *geometry;
+        QRect area;
+        const char *warning; ///< What is recorded instead; empty where nothing is to be said.
+    } cases[] = {
+        {"100x50-0-0", {220, 190, 100, 50}, ""},
+        {"=100X50-10+20", {210, 20, 100, 50}, ""},
+        {"100x50+-30+0", {0, 0, 70, 50}, "70x50+0+0"},
+        {"100x50--30-0", {250, 190, 70, 50}, "70x50+250+190"},
+        {"200x150+250+200", {250, 200, 70, 40}, "70x40+250+200"},
+    };
+    for (const auto &c : cases) {
+        const Outcome outcome
+            = run({u"record"_s, u"--geometry"_s, QString::fromLatin1(c.geometry), u"--no-cursor"_s,
+                   u"--duration"_s, u"0.05"_s, u"--movies-folder"_s, path(u"M"_s)});
+        EXPECT_EQ(outcome.status, 0) << c.geometry;
+        EXPECT_EQ(outcome.errors.isEmpty(), *c.warning == '\0') << c.geometry;
+        EXPECT_TRUE(outcome.errors.contains(QString::fromLatin1(c.warning)))
+            << outcome.errors.toStdString();
+        EXPECT_EQ(picturesOf(outcome.output.trimmed()).back(), display().screenshot().copy(c.area))
+            << c.geometry;
+    }
+}
+
+TEST_F(CommandLineTest, AFullDiskStopsTheRecordingAndKeepsWhatWasWritten)
+{
+    // A disk of two megabytes, which only the programs of one new mount namespace see.
+    const QString disk = path(u"disk"_s);
+    ASSERT_TRUE(QDir().mkpath(disk));
+    // Root in a container may be allowed the one and not the other.
+    const QString inNamespace
+        = u"unshare -Urm true 2>&- && exec unshare -Urm \"$@\"; exec unshare -m \"$@\""_s;
+    const QString script = uR"(
+        mount -t tmpfs -o size=2m none "$1" || exit 100
+        "$2" record --rate 60 --movies-folder "$1"
+        status=$?
+        "$2" info "$1"/* --json
+        exit $status)"_s;
+    PaintedWindow window(display(), {0, 0, 320, 240});
+    std::mt19937 random(31);
+    QProcess process;
+    prepare(process);
+    process.start(u"sh"_s,
+                  {u"-c"_s, inNamespace, u"sh"_s, u"sh"_s, u"-c"_s, script, u"sh"_s, disk,
+                   QStringLiteral(TOLVANE_PROGRAM)});
+    while (process.state() != QProcess::NotRunning && !process.waitForFinished(10))
+        window.fillAtRandom(random, 20);
+    const Outcome outcome = outcomeOf(process);
+    if (outcome.status == 100 || outcome.errors.startsWith(u"unshare:"_s))
+        GTEST_SKIP() << "no disk may be mounted here: " << outcome.errors.toStdString();
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_EQ(outcome.errors.count(u'\n'), 1) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains(u"No space left on device"_s));
+    const QStringList lines = outcome.output.trimmed().split(u'\n');
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_TRUE(lines[0].startsWith(disk));
+    const QJsonObject info = QJsonDocument::fromJson(lines[1].toUtf8()).object();
+    EXPECT_GT(info.value(u"frames"_s).toInt(), 1);
+    EXPECT_EQ(info.value(u"frames"_s), info.value(u"indexRecords"_s));
 }
 
 } // namespace

@@ -1,0 +1,245 @@
+#include "capture/framefile/BRFrameStreamer.h"
+#include "tests/app/cli/CommandLine.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kPatienceMs = 60'000;
+
+/// A real terminal of so many columns, where a program's standard error goes.
+class Terminal final {
+public:
+    explicit Terminal(unsigned short columns)
+    {
+        const winsize size = {24, columns, 0, 0};
+        if (openpty(&_ours, &_programs, nullptr, nullptr, &size) != 0)
+            throw std::runtime_error("no terminal");
+        ::fcntl(_ours, F_SETFD, FD_CLOEXEC);
+        ::fcntl(_programs, F_SETFD, FD_CLOEXEC);
+    }
+    ~Terminal()
+    {
+        ::close(_ours);
+        hangUp();
+    }
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    void connectTo(QProcess &process) const
+    {
+        process.setChildProcessModifier([end = _programs] { ::dup2(end, STDERR_FILENO); });
+    }
+    /// Once the program has its end, so that what is read ends with the program.
+    void hangUp()
+    {
+        if (_programs >= 0)
+            ::close(_programs);
+        _programs = -1;
+    }
+    /// Reads until `text` has come, or to the end.
+    const QByteArray &readUntil(const QByteArray &text)
+    {
+        while (!_read.contains(text) && readSome()) { }
+        return _read;
+    }
+    const QByteArray &readToEnd()
+    {
+        while (readSome()) { }
+        return _read;
+    }
+
+private:
+    bool readSome()
+    {
+        pollfd file = {_ours, POLLIN, 0};
+        char bytes[4096];
+        const ssize_t count
+            = poll(&file, 1, kPatienceMs) == 1 ? ::read(_ours, bytes, sizeof bytes) : -1;
+        if (count > 0)
+            _read.append(bytes, count);
+        return count > 0;
+    }
+
+    int _ours = -1;
+    int _programs = -1;
+    QByteArray _read;
+};
+
+struct TerminalCase {
+    const char *name;
+    Variables variables;
+    unsigned short columns; ///< 0 is a pipe.
+    bool showsProgress;
+    bool hasColor;
+};
+
+// Those that must stay quiet start first: when the last has shown its line they had their time.
+const TerminalCase kTerminalCases[] = {
+    {"dumb", {{u"TERM"_s, u"dumb"_s}}, 120, false, false},
+    {"pipe", {{u"TERM"_s, u"xterm"_s}}, 0, false, false},
+    {"terminal", {{u"TERM"_s, u"xterm"_s}}, 120, true, true},
+    {"narrow", {{u"TERM"_s, u"xterm"_s}}, 24, true, true},
+    {"noColor", {{u"TERM"_s, u"xterm"_s}, {u"NO_COLOR"_s, u"1"_s}}, 120, true, false},
+};
+
+/// The program on each of the terminals at once.
+class TerminalTest : public CommandLineTest {
+protected:
+    struct Run {
+        const TerminalCase &row;
+        std::unique_ptr<QProcess> process;
+        std::unique_ptr<Terminal> terminal; ///< None for a pipe.
+        QString folder; ///< A folder of its own.
+        QString errors;
+        Outcome outcome;
+    };
+
+    /// Starts the command that `command` makes for a folder, on each terminal; interrupts them
+    /// once all run and each wide terminal has shown `text`, each narrow one a line.
+    std::vector<Run> interruptOnceShown(const QByteArray &text,
+                                        const std::function<QStringList(const QString &)> &command,
+                                        const std::function<void(const QString &)> &waitUntilItRuns)
+    {
+        std::vector<Run> runs;
+        for (const TerminalCase &row : kTerminalCases) {
+            Run run{row, std::make_unique<QProcess>(), {}, path(QString::fromLatin1(row.name)), {},
+                    {}};
+            if (row.columns > 0) {
+                run.terminal = std::make_unique<Terminal>(row.columns);
+                run.terminal->connectTo(*run.process);
+            }
+            start(*run.process, command(run.folder), row.variables);
+            if (run.terminal)
+                run.terminal->hangUp();
+            runs.push_back(std::move(run));
+        }
+        for (const Run &run : runs) {
+            waitUntilItRuns(run.folder);
+            const QByteArray awaited = run.row.columns > 80 ? text : "\x1b[K";
+            if (!run.row.showsProgress)
+                continue;
+            EXPECT_TRUE(run.terminal->readUntil(awaited).contains(awaited)) << run.row.name;
+        }
+        for (Run &run : runs) {
+            send(*run.process, SIGINT);
+            run.outcome = outcomeOf(*run.process);
+            run.errors
+                = run.terminal ? QString::fromUtf8(run.terminal->readToEnd()) : run.outcome.errors;
+        }
+        return runs;
+    }
+
+    /// The line is drawn over and over, fits the terminal, and is taken away in the end.
+    static void expectProgress(const Run &run, const QString &end)
+    {
+        static const QRegularExpression color(u"\x1b\\[36m([^\x1b]*)\x1b\\[0m"_s);
+        const QString &errors = run.errors;
+        const std::string name = run.row.name;
+        if (!run.row.showsProgress) {
+            EXPECT_EQ(errors, end) << name;
+            return;
+        }
+        EXPECT_TRUE(errors.endsWith(u"\r\x1b[K"_s + end)) << name << ": " << errors.toStdString();
+        QStringList lines = errors.chopped(end.size()).split(u"\x1b[K"_s, Qt::SkipEmptyParts);
+        EXPECT_GE(lines.size(), 1) << name;
+        for (QString &line : lines) {
+            ASSERT_TRUE(line.endsWith(u'\r')) << name << ": " << line.toStdString();
+            // A colour that is switched on ends within the line.
+            line.replace(color, u"\\1"_s);
+            EXPECT_FALSE(line.contains(u'\x1b')) << name << ": " << line.toStdString();
+            EXPECT_LE(line.size() - 1, run.row.columns - 1) << name << ": " << line.toStdString();
+        }
+    }
+};
+
+TEST_F(TerminalTest, RecordHasALiveLine)
+{
+    const auto runs = interruptOnceShown(
+        "Recording 00:01",
+        [](const QString &folder) {
+            return QStringList{u"record"_s, u"--movies-folder"_s, folder};
+        },
+        [](const QString &folder) { movieWithFramesIn(folder); });
+    static const QRegularExpression line(
+        u"Recording 00:01, [\\d.]+ (bytes|kB|MB), \\d+ frames \\(Ctrl\\+C stops\\)\r"_s);
+    for (const Run &run : runs) {
+        EXPECT_EQ(run.outcome.status, 0) << run.row.name;
+        EXPECT_TRUE(run.outcome.output.startsWith(run.folder)) << run.row.name;
+        expectProgress(run, {});
+        EXPECT_EQ(run.errors.contains(line), run.row.showsProgress && run.row.columns > 80)
+            << run.row.name << ": " << run.errors.toStdString();
+    }
+}
+
+TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
+{
+    // So many frames that no encoder is through with them before it is interrupted.
+    constexpr int kFrames = 30'000;
+    const QString capture = path(u"capture"_s);
+    constexpr std::ptrdiff_t kBytesPerRow = 2560;
+    std::vector<std::byte> pixels(std::size_t{kBytesPerRow} * 480);
+    const PXPixelView view{pixels.data(), kBytesPerRow, 640, 480};
+    auto streamer
+        = BRFrameStreamer::withFilePathForWriting(capture, {640, 480}, BRRawCompression::LZO, 0)
+              .value();
+    for (int i = 0; i < kFrames; ++i) {
+        const PXRect rect = i == 0 ? PXRect{0, 0, 640, 480} : PXRect{0, 0, 1, 1};
+        pixels[0] = static_cast<std::byte>(i);
+        ASSERT_TRUE(streamer->writeFrameWithDirtyRects({&rect, 1}, i / 30.0));
+        ASSERT_TRUE(streamer->writeDirtyRect(rect, rect, view));
+    }
+    ASSERT_TRUE(streamer->setTotalNumberOfFrames(kFrames));
+    streamer.reset();
+
+    const QByteArray yesterday = "the movie of yesterday";
+    const auto replaces = [](const QString &folder) { return !folder.endsWith(u"noColor"); };
+    const auto runs = interruptOnceShown(
+        " left\r",
+        [&](const QString &folder) {
+            EXPECT_TRUE(QDir().mkpath(folder));
+            QFile old(folder + u"/out.mov"_s);
+            EXPECT_TRUE(!replaces(folder)
+                        || (old.open(QIODevice::WriteOnly) && old.write(yesterday) > 0));
+            return QStringList{u"export"_s, capture, u"-o"_s, old.fileName()};
+        },
+        [](const QString &folder) {
+            waitUntil([&] { return QFile::exists(folder + u"/Tolvane Temp.mov"_s); },
+                      "the movie's beginning");
+        });
+    for (const Run &run : runs) {
+        EXPECT_EQ(run.outcome.status, 1) << run.row.name;
+        EXPECT_TRUE(run.outcome.output.isEmpty()) << run.row.name;
+        const QString newline = run.terminal ? u"\r\n"_s : u"\n"_s; // What terminals make of it.
+        expectProgress(run,
+                       u"tolvane: the export of \"%1\" was cancelled"_s.arg(capture) + newline);
+        EXPECT_EQ(run.errors.contains(u"\x1b[36m"_s), run.row.hasColor) << run.row.name;
+        EXPECT_EQ(run.errors.contains(u" of 30000 frames, "_s),
+                  run.row.showsProgress && run.row.columns > 80)
+            << run.row.name << ": " << run.errors.toStdString();
+
+        const QDir::Filters everything = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
+        EXPECT_EQ(QDir(run.folder).entryList(everything),
+                  replaces(run.folder) ? QStringList{u"out.mov"_s} : QStringList())
+            << run.row.name;
+        QFile old(run.folder + u"/out.mov"_s);
+        EXPECT_TRUE(!replaces(run.folder)
+                    || (old.open(QIODevice::ReadOnly) && old.readAll() == yesterday))
+            << run.row.name;
+    }
+}
+
+} // namespace
