@@ -1,6 +1,7 @@
 #pragma once
 
 #include "export/BRCompressionSettings.h"
+#include "export/BRMovieFile.h"
 #include "export/BRReplacedFile.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXError.h"
@@ -119,8 +120,7 @@ private:
 
     void _getSavedSettings();
     PXExpected<void> _createCompressionSession();
-    PXExpected<void> _exportMovie();
-    [[nodiscard]] QString _claimTempMovie();
+    PXExpected<void> _exportMovieToPath(const QString &outputPath);
     void _threadedCompressFrames();
     std::optional<Ending> _compressFrames();
     void _reportCompressionStarted(std::uint32_t totalFrames);
@@ -139,9 +139,6 @@ private:
     /// Closes and deletes the temporary movie and puts back what it was to replace. Ends the
     /// export thread first, whose last message may still be under way: only for endings.
     void cleanupDueToError();
-    void _finalizeQuickTimeMovie();
-    void _syncMovie();
-    PXExpected<QString> _moveMovieToItsPlace();
 
     BRFrameCompressorDelegate *_delegate = nullptr;
     QString _filePath;
@@ -154,9 +151,7 @@ private:
     std::atomic<std::uint32_t> _numberOfFramesRemaining = 0;
     std::atomic<std::uint32_t> _numberOfFramesInPipeline = 0;
     std::atomic<bool> _cancel = false;
-    QString _tempMovieFilePath; ///< Empty, or a file that we made.
-    QString _outputMovieFilePath;
-    std::unique_ptr<PXMovieWriter> _movie;
+    std::unique_ptr<BRMovieFile> _movie; ///< There from the start of an export to its end.
 
     PXMediaPlatform &_media;
     PXDefaults &_defaults;
