@@ -5,7 +5,9 @@
 #include "foundation/PXThread.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -21,7 +23,8 @@ BRFrameCompressor::BRFrameCompressor(QString filePath, bool isUpsideDown, PXMedi
     : _filePath(std::move(filePath)),
       _isUpsideDown(isUpsideDown),
       _media(media),
-      _defaults(defaults)
+      _defaults(defaults),
+      _noMemory(PXPOSIXError(ENOMEM, u"Could not export %1"_s.arg(_filePath)))
 {
     _compressionOptions.options = defaultOptions();
     _getSavedSettings();
@@ -100,15 +103,27 @@ PXExpected<void> BRFrameCompressor::startCompression(const QString &outputPath)
     auto started = _createCompressionSession();
     if (started)
         started = _exportMovieToPath(outputPath);
+    if (started)
+        started = _detachThread();
     if (!started) {
         _compressionSession.reset();
         cleanupDueToError();
-        return started;
     }
-    _exportThread = std::jthread([this] {
-        PXSetThreadName("tolvane-export");
-        _threadedCompressFrames();
-    });
+    return started;
+}
+
+PXExpected<void> BRFrameCompressor::_detachThread()
+{
+    _isCompressing = true;
+    try {
+        _exportThread = std::jthread([this] {
+            PXSetThreadName("tolvane-export");
+            _threadedCompressFrames();
+        });
+    } catch (const std::system_error &error) { // There is no memory for its stack.
+        BRLog(BRLogError, "pthread_create() failed with error %i", error.code().value());
+        return PXFail(_noMemory);
+    }
     return {};
 }
 
@@ -157,6 +172,7 @@ void BRFrameCompressor::_informDelegateCompressionIsDone()
     }
     _movie.reset();
     _replacedFile.remove();
+    _isCompressing = false;
     if (_delegate)
         _delegate->frameCompressorDidFinishCompression(*this, *moved);
 }
@@ -191,6 +207,7 @@ void BRFrameCompressor::cleanupDueToError()
         _exportThread.join();
     _movie.reset();
     _replacedFile.putBack();
+    _isCompressing = false;
 }
 
 BRFrameCompressor::Progress BRFrameCompressor::progress() const

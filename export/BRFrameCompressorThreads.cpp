@@ -1,4 +1,4 @@
-// The half of the class that runs on the export thread, and what the encoder's thread calls; the other half is the main thread's.
+// What the export thread and the encoder's thread run; BRFrameCompressor.cpp is the main thread's.
 
 #include "export/BRFrameCompressor.h"
 
@@ -12,8 +12,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 #include <vector>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -40,10 +43,13 @@ std::vector<PXPixelRect> changedPixels(const BRFrameAssembler &frame)
 
 void BRFrameCompressor::_threadedCompressFrames()
 {
-    const std::optional<Ending> ending = _compressFrames();
+    const std::optional<Ending> ending = _compressFramesWithinMemory();
     // Without memory for a picture there is nobody to tell, and nothing is cleaned up.
-    if (!ending)
+    if (!ending) {
+        _isCompressing = false;
+        _logAndBeep(u"Could not allocate buffer from pool."_s);
         return;
+    }
     if (ending->wasOpened)
         BRLog(BRLogDebug, "_threadedCompressFrames: after flush");
     _compressionSession.reset();
@@ -58,6 +64,15 @@ void BRFrameCompressor::_threadedCompressFrames()
         PXMainThread::post(&_mainThread, [this] { _informDelegateCompressionIsDone(); });
     }
     BRLog(BRLogDebug, "_threadedCompressFrames: end");
+}
+
+std::optional<BRFrameCompressor::Ending> BRFrameCompressor::_compressFramesWithinMemory()
+{
+    try {
+        return _compressFrames();
+    } catch (const std::bad_alloc &) {
+        return Ending{.error = _noMemory};
+    }
 }
 
 std::optional<BRFrameCompressor::Ending> BRFrameCompressor::_compressFrames()
@@ -77,10 +92,8 @@ std::optional<BRFrameCompressor::Ending> BRFrameCompressor::_compressFrames()
 
     while (!_cancel) {
         const auto result = frames.readNextFrame();
-        if (!result && result.error().code == ENOMEM) {
-            BRLog(BRLogError, "Could not allocate buffer from pool.");
+        if (!result && result.error().code == ENOMEM)
             return std::nullopt;
-        }
         if (!result)
             return Ending{.error = result.error()};
         if (*result == BRFrameAssembler::Result::End)
@@ -89,11 +102,14 @@ std::optional<BRFrameCompressor::Ending> BRFrameCompressor::_compressFrames()
             ++_totalNumberOfFrames;
             ++_numberOfFramesRemaining;
         }
-        _exportFrame(frames);
+        if (const auto exported = _exportFrame(frames); !exported)
+            return Ending{.error = exported.error()};
     }
     BRLog(BRLogDebug, "_threadedCompressFrames: end of loop");
-    if (!_cancel)
-        _flushFrames((*streamer)->duration());
+    if (!_cancel) {
+        if (const auto flushed = _flushFrames((*streamer)->duration()); !flushed)
+            return Ending{.error = flushed.error()};
+    }
     return Ending{};
 }
 
@@ -112,20 +128,25 @@ void BRFrameCompressor::_reportCompressionStarted(std::uint32_t totalFrames)
     BRLog(BRLogDebug, "_threadedCompressFrames: starting loop (%d total frames)", totalFrames);
 }
 
-void BRFrameCompressor::_flushFrames(double captureDuration)
+PXExpected<void> BRFrameCompressor::_flushFrames(double captureDuration)
 {
     const double soleFrameDuration
         = std::max(captureDuration, 1 / std::max(_exportedCaptureRate, 1.0));
     // Comes back when every frame has come out.
-    if (const auto completed = _compressionSession->completeFrames(soleFrameDuration); !completed) {
-        BRLog(BRLogError, "ICMCompressionSessionCompleteFrames() failed with error %i",
-              completed.error().code);
+    const auto completed = _compressionSession->completeFrames(soleFrameDuration);
+    if (const auto failure = _compressionSession->failure())
+        return PXFail(*failure);
+    if (!completed) {
+        _logAndBeep(QString::asprintf("ICMCompressionSessionCompleteFrames() failed with error %i",
+                                      completed.error().code));
     }
     if (const std::uint32_t left = _numberOfFramesInPipeline; left != 0)
         BRLog(BRLogInfo, "_threadedCompressFrame: waiting for frames remaining (%d)", left);
+    return {};
 }
 
-void BRFrameCompressor::_exportFrame(const BRFrameAssembler &frame)
+// An error ends the export; a single frame that fails does not.
+PXExpected<void> BRFrameCompressor::_exportFrame(const BRFrameAssembler &frame)
 {
     _sendFrameBegan(frame);
     ++_numberOfFramesInPipeline;
@@ -133,24 +154,35 @@ void BRFrameCompressor::_exportFrame(const BRFrameAssembler &frame)
                                 frame.width(), frame.height()};
     const auto taken = _compressionSession->encodeFrame(picture, displayTimeOf(frame.timestamp()),
                                                         changedPixels(frame));
-    if (!taken) {
-        --_numberOfFramesInPipeline;
-        --_numberOfFramesRemaining;
-        BRLog(BRLogError, "ICMCompressionSessionEncodeFrame() failed with error %i",
-              taken.error().code);
-    }
+    if (taken)
+        return {};
+    --_numberOfFramesInPipeline;
+    --_numberOfFramesRemaining;
+    if (const auto failure = _compressionSession->failure())
+        return PXFail(*failure);
+    _logAndBeep(QString::asprintf("ICMCompressionSessionEncodeFrame() failed with error %i",
+                                  taken.error().code));
+    return {};
+}
+
+void BRFrameCompressor::_logAndBeep(const QString &message)
+{
+    BRLog(BRLogError, message);
+    if (_alert)
+        _alert->beep(message);
 }
 
 void BRFrameCompressor::_sendFrameBegan(const BRFrameAssembler &frame)
 {
     QImage picture;
-    if (_sendsPictures && !_pictureIsWaiting.exchange(true)) {
+    const bool isWaited = _sendsPictures && !_pictureIsWaiting.exchange(true);
+    if (isWaited) {
         picture = QImage(reinterpret_cast<const uchar *>(frame.picture().data()), frame.width(),
                          frame.height(), qsizetype{4} * frame.width(), QImage::Format_RGB32)
                       .copy();
     }
-    PXMainThread::post(&_mainThread, [this, picture] {
-        if (!picture.isNull())
+    PXMainThread::post(&_mainThread, [this, picture, isWaited] {
+        if (isWaited) // Null all the same where there was no memory for it.
             _pictureIsWaiting = false;
         if (_delegate)
             _delegate->frameCompressorWillEncodeFrame(*this, picture);
