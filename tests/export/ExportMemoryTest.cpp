@@ -54,7 +54,8 @@ protected:
                 pixel = random() & 0x3F3F3FU;
             ASSERT_TRUE(streamer->writeFrameWithDirtyRects({&rect, 1}, i / 10.0));
             ASSERT_TRUE(streamer->writeDirtyRect(
-                rect, rect, {reinterpret_cast<std::byte *>(pixels.data()), 320 * 4, 320, 240}));
+                rect, rect,
+                {reinterpret_cast<std::byte *>(pixels.data()), kBytesPerRow, 320, 240}));
         }
         ASSERT_TRUE(streamer->setDuration(kFrames / 10.0));
         ASSERT_TRUE(streamer->setTotalNumberOfFrames(kFrames));
@@ -86,6 +87,7 @@ protected:
         return {process.exitCode(), lines.filter(u"tolvane: "_s)};
     }
 
+    static constexpr std::ptrdiff_t kBytesPerRow = 1280;
     static constexpr int kPatienceMs = 60'000;
     static constexpr std::uint32_t kFrames = 12;
     static constexpr rlim_t kStep = rlim_t{16} << 20;
