@@ -10,6 +10,7 @@
 #include <clocale>
 #include <cstdio>
 #include <exception>
+#include <new>
 
 /// Picks the back ends and hands them down; nothing else names one.
 int main(int argc, char **argv)
@@ -23,6 +24,9 @@ int main(int argc, char **argv)
         FFmpegMediaPlatform media;
         const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media};
         return BRRunCommandLine(argc, argv, backEnds);
+    } catch (const std::bad_alloc &) {
+        (void)std::fputs("tolvane: there is not enough memory\n", stderr);
+        return 1;
     } catch (const std::exception &bug) {
         std::fprintf(stderr, "tolvane: this is a bug: %s\n", bug.what());
         return 1;

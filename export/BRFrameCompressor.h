@@ -1,7 +1,9 @@
 #pragma once
 
 #include "export/BRCompressionSettings.h"
+#include "export/BRMovieFile.h"
 #include "export/BRReplacedFile.h"
+#include "foundation/PXAlert.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXError.h"
 #include "foundation/PXGeometry.h"
@@ -23,7 +25,8 @@ class BRFrameCompressor;
 
 /// What a compressor tells its owner; on the main thread, no lock held. Everything is optional.
 /// One of the last three ends an export, save that without memory for a single picture nobody is
-/// told. The compressor may be destroyed in none of them.
+/// told: only the alert sounds, and `isCompressing` answers no. The compressor may be destroyed in
+/// none of them.
 class BRFrameCompressorDelegate {
 public:
     /// The raw file is open and counted.
@@ -57,7 +60,7 @@ struct BRCompressionOptions {
 /// Turns one raw capture into a QuickTime movie with a single video track. Reads and rebuilds
 /// frames on a thread of its own, has a compression session encode them, and moves the finished
 /// movie to its place on the main thread.
-/// Everything public is for the main thread, except `cancelCompression` and `progress`. One export
+/// Everything public is for the main thread, except where another thread is named. One export
 /// at a time; another may follow. Destroying a compressor that is exporting cancels silently.
 class BRFrameCompressor final {
 public:
@@ -88,6 +91,9 @@ public:
 
     [[nodiscard]] BRFrameCompressorDelegate *delegate() const { return _delegate; }
     void setDelegate(BRFrameCompressorDelegate *delegate) { _delegate = delegate; }
+    /// Beeps when a frame, or the end of the encoding, fails and the export goes on without, and
+    /// when there is no memory for a picture. Borrowed; null (at first) is silent.
+    void setAlert(PXAlert *alert) { _alert = alert; }
     /// Size of the captured area. Where the raw file says another, that one holds.
     void setScreenSelectionSize(PXSize size) { _screenSelectionSize = size; }
     /// Size of the movie; fractions are cut off.
@@ -106,6 +112,8 @@ public:
     void cancelCompression() { _cancel = true; }
     /// Any thread.
     [[nodiscard]] Progress progress() const;
+    /// Whether the delegate is still to hear of an export's end. Any thread.
+    [[nodiscard]] bool isCompressing() const { return _isCompressing; }
     /// The first sample or index that could not be written (a full disk). The export goes on to
     /// its end then, and fails there with this error.
     [[nodiscard]] std::optional<PXError> firstWriteError() const;
@@ -119,18 +127,20 @@ private:
 
     void _getSavedSettings();
     PXExpected<void> _createCompressionSession();
-    PXExpected<void> _exportMovie();
-    [[nodiscard]] QString _claimTempMovie();
+    PXExpected<void> _exportMovieToPath(const QString &outputPath);
+    PXExpected<void> _detachThread();
     void _threadedCompressFrames();
     std::optional<Ending> _compressFrames();
+    std::optional<Ending> _compressFramesWithinMemory();
     void _reportCompressionStarted(std::uint32_t totalFrames);
-    void _flushFrames(double captureDuration);
-    void _exportFrame(const BRFrameAssembler &frame);
+    PXExpected<void> _flushFrames(double captureDuration);
+    PXExpected<void> _exportFrame(const BRFrameAssembler &frame);
     void _sendFrameBegan(const BRFrameAssembler &frame);
     void _frameCameOut(const PXExpected<PXEncodedFramePtr> &frame);
     void _doneCompressingFrame(const PXEncodedFramePtr &frame);
     void _compressingFrameFailed();
     void _noteWriteError(const PXError &error);
+    void _logAndBeep(const QString &message);
 
     void _informDelegateCompressionIsDone();
     void _informDelegateCompressionWasCancelled();
@@ -139,11 +149,9 @@ private:
     /// Closes and deletes the temporary movie and puts back what it was to replace. Ends the
     /// export thread first, whose last message may still be under way: only for endings.
     void cleanupDueToError();
-    void _finalizeQuickTimeMovie();
-    void _syncMovie();
-    PXExpected<QString> _moveMovieToItsPlace();
 
     BRFrameCompressorDelegate *_delegate = nullptr;
+    PXAlert *_alert = nullptr;
     QString _filePath;
     bool _isUpsideDown;
     BRCompressionOptions _compressionOptions;
@@ -154,12 +162,12 @@ private:
     std::atomic<std::uint32_t> _numberOfFramesRemaining = 0;
     std::atomic<std::uint32_t> _numberOfFramesInPipeline = 0;
     std::atomic<bool> _cancel = false;
-    QString _tempMovieFilePath; ///< Empty, or a file that we made.
-    QString _outputMovieFilePath;
-    std::unique_ptr<PXMovieWriter> _movie;
+    std::atomic<bool> _isCompressing = false;
+    std::unique_ptr<BRMovieFile> _movie; ///< There from the start of an export to its end.
 
     PXMediaPlatform &_media;
     PXDefaults &_defaults;
+    const PXError _noMemory; ///< Made before it is needed: then there may be none to make it.
     double _captureRate = 30;
     double _exportedCaptureRate = 30; ///< As they were when the export began.
     PXSize _exportedSelectionSize;

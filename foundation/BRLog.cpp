@@ -64,9 +64,11 @@ bool isStandardErrorTheJournal()
 
 void write(int level, const QString &message)
 {
-    const QByteArray line
-        = (BRLogLine(level, QTime::currentTime().toString(u"HH:mm:ss.zzz"_s), message) + u'\n')
-              .toUtf8();
+    // Not toString(): without memory for its calendars Qt crashes the second time it is asked.
+    const QTime now = QTime::currentTime();
+    const QString timeOfDay = QString::asprintf("%02d:%02d:%02d.%03d", now.hour(), now.minute(),
+                                                now.second(), now.msec());
+    const QByteArray line = (BRLogLine(level, timeOfDay, message) + u'\n').toUtf8();
     // One message must not stand in the journal twice.
     const bool standardErrorIsJournal = isStandardErrorTheJournal();
     if (logsToStandardError || standardErrorIsJournal) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 
 /// Display times and durations of encoded frames are counted in this many parts of a second.
@@ -73,7 +74,8 @@ using PXEncodedFramePtr = std::shared_ptr<const PXEncodedFrame>;
 class PXCompressionSession {
 public:
     /// Called once for each frame that `encodeFrame` took, on the encoder's thread: the encoded
-    /// frame, in their order, or why there is none. Must outlive the session and not call it.
+    /// frame, in their order, or why there is none. Must outlive the session and not call it. Where
+    /// it runs out of memory (std::bad_alloc) the session fails.
     using Output = std::function<void(const PXExpected<PXEncodedFramePtr> &)>;
 
     virtual ~PXCompressionSession() = default;
@@ -92,6 +94,11 @@ public:
     /// Waits until every frame has come out. The last lasts as long as the one before it, a sole
     /// one `soleFrameDuration` seconds and at least one tick. No frame may follow.
     [[nodiscard]] virtual PXExpected<void> completeFrames(double soleFrameDuration) = 0;
+
+    /// Why the session failed for good: there was too little memory to make a frame. `encodeFrame`
+    /// and `completeFrames` fail from then on, and what has not come out yet never does. Any
+    /// thread.
+    [[nodiscard]] virtual std::optional<PXError> failure() const = 0;
 
     [[nodiscard]] virtual const PXTrackFormat &trackFormat() const = 0;
 };

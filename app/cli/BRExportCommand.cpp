@@ -7,11 +7,15 @@
 #include "app/cli/BRTerminal.h"
 #include "app/cli/BRUsageError.h"
 #include "export/BRFrameCompressor.h"
+#include "foundation/PXAlert.h"
 #include "foundation/PXDefaults.h"
+#include "foundation/PXMainThread.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QObject>
+#include <QStringList>
 #include <QTimer>
 
 #include <cerrno>
@@ -32,14 +36,19 @@ QString stringFromSeconds(double seconds)
 }
 
 /// One export from its options to its last message.
-class ExportCommand final : private BRFrameCompressorDelegate {
+class ExportCommand final : private BRFrameCompressorDelegate, private PXAlert {
 public:
     ExportCommand(BRFrameCompressor &compressor, QString path)
         : _compressor(compressor), _path(std::move(path))
     {
         _compressor.setDelegate(this);
+        _compressor.setAlert(this);
     }
-    ~ExportCommand() { _compressor.setDelegate(nullptr); }
+    ~ExportCommand()
+    {
+        _compressor.setDelegate(nullptr);
+        _compressor.setAlert(nullptr);
+    }
     ExportCommand(const ExportCommand &) = delete;
     ExportCommand &operator=(const ExportCommand &) = delete;
 
@@ -106,7 +115,27 @@ private:
         _end(BRExitStatusOfError(error, BRAccess::Writing));
     }
 
+    void beep(const QString &message) override
+    {
+        PXMainThread::post(&_mainThread, [this, message] { _alert(message); });
+    }
+
+    /// A message that comes with every frame is told once.
+    void _alert(const QString &message)
+    {
+        if (!_alerts.contains(message)) {
+            _alerts << message;
+            BRTerminal::ringBell();
+            BRTerminal::printWarning(message);
+        }
+        // Nobody tells of the end when there is no memory for a single picture.
+        if (!_compressor.isCompressing())
+            _end(BRExitFailed);
+    }
+
     BRFrameCompressor &_compressor;
+    QObject _mainThread; ///< Context of what the compressor's threads post.
+    QStringList _alerts; ///< Those that were told.
     const QString _path;
     QElapsedTimer _clock;
     int _status = BRExitDone;

@@ -58,6 +58,12 @@ void BRTerminal::printWarning(const QString &message)
     printError(u"warning: "_s + message);
 }
 
+void BRTerminal::ringBell()
+{
+    if (::isatty(STDERR_FILENO) == 1)
+        write(stderr, u"\a"_s);
+}
+
 bool BRTerminal::showsProgress()
 {
     static const bool shows = [] {

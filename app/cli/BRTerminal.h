@@ -13,6 +13,8 @@ void print(const QString &line);
 void printError(const QString &message);
 void printError(const PXError &error);
 void printWarning(const QString &message);
+/// Rings the bell, if standard error is a terminal.
+void ringBell();
 
 /// Whether a line may be drawn over and over: standard error is a terminal that can.
 bool showsProgress();

@@ -51,7 +51,8 @@ FFmpegCompressionSession::FFmpegCompressionSession(const PXCompressionSessionOpt
         _emptyUpdates.push(std::make_unique<PictureUpdate>());
     _encoderThread = std::jthread([this] {
         PXSetThreadName("tolvane-encode");
-        encodePictures();
+        if (const auto done = ffmpeg::withinMemory([this] { return encodePictures(); }); !done)
+            fail(done.error());
     });
 }
 
@@ -79,7 +80,8 @@ PXExpected<void> FFmpegCompressionSession::begin(const PXPictureView &picture)
     _changed = {{0, 0, picture.width, picture.height}};
     _converterThread = std::jthread([this] {
         PXSetThreadName("tolvane-convert");
-        convertPictures();
+        if (const auto done = ffmpeg::withinMemory([this] { return convertPictures(); }); !done)
+            fail(done.error());
     });
     return {};
 }
@@ -90,6 +92,18 @@ PXExpected<void> FFmpegCompressionSession::encodeFrame(const PXPictureView &pict
 {
     if (_isComplete)
         throw std::logic_error("encodeFrame after completeFrames");
+    if (auto failed = failure())
+        return PXFail(*std::move(failed));
+    auto taken = ffmpeg::withinMemory([&] { return take(picture, displayTime, changed); });
+    if (!taken && taken.error().code == ENOMEM)
+        fail(taken.error());
+    return taken;
+}
+
+PXExpected<void> FFmpegCompressionSession::take(const PXPictureView &picture,
+                                                std::int64_t displayTime,
+                                                std::span<const PXPixelRect> changed)
+{
     if (!_painter) {
         if (auto begun = begin(picture); !begun)
             return begun;
@@ -103,7 +117,7 @@ PXExpected<void> FFmpegCompressionSession::encodeFrame(const PXPictureView &pict
 
     auto update = _emptyUpdates.pop();
     if (!update)
-        return PXFail(PXPOSIXError(ECANCELED, u"Could not encode a frame"_s));
+        return PXFail(ffmpeg::noMemory()); // One of the threads has failed.
     (*update)->takeBlocks(picture, _changed, _blockColumns, _blockRows);
     (*update)->displayTime = displayTime;
     _changed.clear();
@@ -124,30 +138,53 @@ PXExpected<void> FFmpegCompressionSession::completeFrames(double soleFrameDurati
     else
         _converterThread.join();
     _encoderThread.join();
+    if (auto failed = failure())
+        return PXFail(*std::move(failed));
     return _completion;
 }
 
-void FFmpegCompressionSession::convertPictures()
+std::optional<PXError> FFmpegCompressionSession::failure() const
+{
+    const PXLock lock(_failureLock);
+    return _failure;
+}
+
+void FFmpegCompressionSession::fail(const PXError &error)
+{
+    {
+        const PXLock lock(_failureLock);
+        _failure = error;
+    }
+    _emptyUpdates.giveUp();
+    _updates.giveUp();
+    _pictures.giveUp();
+}
+
+PXExpected<void> FFmpegCompressionSession::convertPictures()
 {
     while (auto update = _updates.pop()) {
         ffmpeg::Frame picture = _painter->apply(**update);
-        if (picture)
-            picture->pts = (*update)->displayTime;
+        if (!picture)
+            return PXFail(ffmpeg::noMemory());
+        picture->pts = (*update)->displayTime;
         _emptyUpdates.push(*std::move(update));
         _pictures.push(std::move(picture));
     }
     _pictures.close();
+    return {};
 }
 
-void FFmpegCompressionSession::encodePictures()
+PXExpected<void> FFmpegCompressionSession::encodePictures()
 {
     while (auto picture = _pictures.pop()) {
-        if (*picture)
-            _encoder.encode(*std::move(picture));
-        else
-            _encoder.fail(PXPOSIXError(ENOMEM, u"Could not make a picture for the encoder"_s));
+        _encoder.encode(*std::move(picture));
+        if (_encoder.failure())
+            return PXFail(*_encoder.failure());
     }
     if (_updates.isGivenUp())
-        return;
+        return {};
     _completion = _encoder.complete(_soleFrameDuration);
+    if (_encoder.failure())
+        return PXFail(*_encoder.failure());
+    return {};
 }

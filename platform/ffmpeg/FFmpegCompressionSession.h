@@ -22,6 +22,7 @@ public:
     PXExpected<void> encodeFrame(const PXPictureView &picture, std::int64_t displayTime,
                                  std::span<const PXPixelRect> changed) override;
     PXExpected<void> completeFrames(double soleFrameDuration) override;
+    [[nodiscard]] std::optional<PXError> failure() const override;
     [[nodiscard]] const PXTrackFormat &trackFormat() const override { return _trackFormat; }
 
 private:
@@ -30,8 +31,12 @@ private:
     FFmpegCompressionSession(const PXCompressionSessionOptions &options, Output output,
                              ffmpeg::CodecContext encoder);
     PXExpected<void> begin(const PXPictureView &picture);
-    void convertPictures();
-    void encodePictures();
+    PXExpected<void> take(const PXPictureView &picture, std::int64_t displayTime,
+                          std::span<const PXPixelRect> changed);
+    PXExpected<void> convertPictures();
+    PXExpected<void> encodePictures();
+    /// Lets no thread wait any longer, and nothing come out.
+    void fail(const PXError &error);
 
     PXCompressionSessionOptions _options;
     Output _output;
@@ -49,11 +54,13 @@ private:
     std::unique_ptr<PicturePainter> _painter; ///< The converter thread's, once that runs.
     FrameEncoder _encoder; ///< The encoder thread's.
     PXExpected<void> _completion; ///< Its last word; read after joining it.
+    mutable PXMutex _failureLock;
+    std::optional<PXError> _failure PX_GUARDED_BY(_failureLock);
 
     // Updates go round: empty ones wait in the first, so that memory is bounded and used again.
     BoundedQueue<Update> _emptyUpdates;
     BoundedQueue<Update> _updates;
-    BoundedQueue<ffmpeg::Frame> _pictures; ///< Null: there was no memory for that one.
+    BoundedQueue<ffmpeg::Frame> _pictures;
     std::jthread _converterThread;
     std::jthread _encoderThread;
 };

@@ -4,6 +4,7 @@
 #include "platform/ffmpeg/FFmpegHandles.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 /// A packet, or nothing for a frame whose picture a later one replaced.
@@ -42,7 +43,8 @@ public:
     explicit FFmpegTrackFormat(const AVCodecContext &encoder)
         : _parameters(avcodec_parameters_alloc())
     {
-        avcodec_parameters_from_context(_parameters.get(), &encoder);
+        if (!_parameters || avcodec_parameters_from_context(_parameters.get(), &encoder) < 0)
+            throw std::bad_alloc();
     }
 
     [[nodiscard]] int width() const override { return _parameters->width; }

@@ -26,9 +26,14 @@ void logMessage(void *source, int level, const char *format, va_list arguments)
     const int ourLevel = level <= AV_LOG_ERROR ? BRLogWarning : BRLogInfo;
     if (ourLevel > BRCurrentLogLevel())
         return;
-    const auto *described = source ? *static_cast<const AVClass *const *>(source) : nullptr;
-    const QString name = described ? QString::fromUtf8(described->item_name(source)) : u"FFmpeg"_s;
-    BRLog(ourLevel, name + u": "_s + QString::vasprintf(format, arguments).trimmed());
+    try {
+        const auto *described = source ? *static_cast<const AVClass *const *>(source) : nullptr;
+        const QString name
+            = described ? QString::fromUtf8(described->item_name(source)) : u"FFmpeg"_s;
+        BRLog(ourLevel, name + u": "_s + QString::vasprintf(format, arguments).trimmed());
+    } catch (const std::bad_alloc &) {
+        BRIgnoreLog(); // Nothing may be thrown through the library, which calls from its threads.
+    }
 }
 
 } // namespace
@@ -40,6 +45,14 @@ PXError ffmpeg::error(int status, const QString &whatFailed)
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(status, text, sizeof text);
     return {u"FFmpeg"_s, status, whatFailed + u": "_s + QString::fromUtf8(text), {}, {}};
+}
+
+const PXError &ffmpeg::noMemory()
+{
+    static const PXError error
+        = PXPOSIXError(ENOMEM, u"Could not make the movie"_s,
+                       u"Close other programs, or export a smaller picture."_s);
+    return error;
 }
 
 void ffmpeg::routeLog()

@@ -11,6 +11,9 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <new>
+#include <system_error>
+
 namespace ffmpeg {
 
 inline void freeCodecContext(AVCodecContext *context)
@@ -44,6 +47,22 @@ using Scaler = PXHandle<SwsContext, sws_freeContext>;
 /// `whatFailed` with the library's reason behind it. Where the status is one of the system's
 /// (a full disk) the error is in its domain with its code; else in "FFmpeg" with the status.
 PXError error(int status, const QString &whatFailed);
+
+/// That there is no memory for the movie. Made on the first call, which is to come early: later
+/// there may be no memory to make it.
+const PXError &noMemory();
+
+/// What `make` answers; `noMemory()` where it finds no memory, be it for a thread's stack.
+template <typename Make> auto withinMemory(Make make) -> decltype(make())
+{
+    try {
+        return make();
+    } catch (const std::bad_alloc &) {
+        return PXFail(noMemory());
+    } catch (const std::system_error &) {
+        return PXFail(noMemory());
+    }
+}
 
 /// Sends the library's own messages to our log instead of standard error. Once is enough.
 void routeLog();

@@ -7,6 +7,7 @@
 FFmpegMediaPlatform::FFmpegMediaPlatform()
 {
     ffmpeg::routeLog();
+    ffmpeg::noMemory();
 }
 
 const std::vector<PXCodec> &FFmpegMediaPlatform::codecs() const
@@ -23,10 +24,15 @@ PXExpected<std::unique_ptr<PXCompressionSession>>
 FFmpegMediaPlatform::makeCompressionSession(const PXCompressionSessionOptions &options,
                                             PXCompressionSession::Output output)
 {
-    return FFmpegCompressionSession::create(options, std::move(output));
+    using Session = std::unique_ptr<PXCompressionSession>;
+    return ffmpeg::withinMemory([&]() -> PXExpected<Session> {
+        return FFmpegCompressionSession::create(options, std::move(output));
+    });
 }
 
 PXExpected<std::unique_ptr<PXMovieWriter>> FFmpegMediaPlatform::makeMovieWriter(const QString &path)
 {
-    return FFmpegMovieWriter::create(path);
+    using Writer = std::unique_ptr<PXMovieWriter>;
+    return ffmpeg::withinMemory(
+        [&]() -> PXExpected<Writer> { return FFmpegMovieWriter::create(path); });
 }

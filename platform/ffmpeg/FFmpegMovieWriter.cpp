@@ -61,6 +61,10 @@ PXExpected<std::unique_ptr<FFmpegMovieWriter>> FFmpegMovieWriter::create(const Q
 FFmpegMovieWriter::FFmpegMovieWriter(QString path, Context context)
     : _path(std::move(path)), _context(std::move(context)), _packet(av_packet_alloc())
 {
+    if (!_packet) {
+        avio_closep(&_context->pb);
+        throw std::bad_alloc();
+    }
 }
 
 FFmpegMovieWriter::~FFmpegMovieWriter()

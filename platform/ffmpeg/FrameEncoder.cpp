@@ -36,18 +36,13 @@ void FrameEncoder::encode(ffmpeg::Frame frame)
     _pending = std::move(frame);
 }
 
-void FrameEncoder::fail(const PXError &error)
-{
-    _output(PXFail(error));
-}
-
 PXExpected<void> FrameEncoder::complete(double soleFrameDuration)
 {
     if (_pending) {
         send(durationOfLastFrame(soleFrameDuration));
         _pending.reset();
     }
-    int status = avcodec_send_frame(&_context, nullptr);
+    int status = noted(avcodec_send_frame(&_context, nullptr));
     if (status >= 0)
         status = receive();
     while (!_inEncoder.empty()) {
@@ -72,7 +67,7 @@ std::int64_t FrameEncoder::durationOfLastFrame(double soleFrameDuration) const
 void FrameEncoder::send(std::int64_t duration)
 {
     _lastDuration = duration;
-    if (const int status = avcodec_send_frame(&_context, _pending.get()); status < 0) {
+    if (const int status = noted(avcodec_send_frame(&_context, _pending.get())); status < 0) {
         _output(PXFail(ffmpeg::error(status, u"Could not encode a frame"_s)));
         _pending.reset();
         return;
@@ -88,11 +83,20 @@ int FrameEncoder::receive()
     while (true) {
         ffmpeg::Packet packet(av_packet_alloc());
         if (!packet)
-            return AVERROR(ENOMEM);
-        if (const int status = avcodec_receive_packet(&_context, packet.get()); status < 0)
+            return noted(AVERROR(ENOMEM));
+        if (const int status = noted(avcodec_receive_packet(&_context, packet.get())); status < 0)
             return status;
         handOut(std::move(packet));
     }
+}
+
+// libx264 and libx265 give no reason, nor do the library's oldest encoders, which answer -1: what
+// fails in them while they encode is an allocation, or follows from one.
+int FrameEncoder::noted(int status)
+{
+    if (!_failure && (status == AVERROR(ENOMEM) || status == AVERROR_EXTERNAL || status == -1))
+        _failure = ffmpeg::noMemory();
+    return status;
 }
 
 void FrameEncoder::handOut(ffmpeg::Packet packet)

@@ -16,10 +16,11 @@ public:
 
     /// The frame's `pts` is its time, not before the one before.
     void encode(ffmpeg::Frame frame);
-    /// A frame that could not be made takes its place among the others.
-    void fail(const PXError &error);
     /// Encodes the last frame and waits for all that the encoder still holds.
     PXExpected<void> complete(double soleFrameDuration);
+
+    /// Set when the encoder found no memory: nothing that comes out later can be relied on.
+    [[nodiscard]] const std::optional<PXError> &failure() const { return _failure; }
 
 private:
     struct Waiting {
@@ -30,6 +31,8 @@ private:
     void send(std::int64_t duration);
     /// Takes what is ready; the encoder's status when nothing is.
     int receive();
+    /// Remembers one that is a failure for good; answers it.
+    int noted(int status);
     void handOut(ffmpeg::Packet packet);
     /// Those whose turn it is.
     void handOutReplacedFrames();
@@ -40,4 +43,5 @@ private:
     ffmpeg::Frame _pending; ///< Known by picture and time, not yet by duration.
     std::deque<Waiting> _inEncoder; ///< In order; no encoder of ours reorders.
     std::optional<std::int64_t> _lastDuration;
+    std::optional<PXError> _failure;
 };

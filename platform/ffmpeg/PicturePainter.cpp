@@ -4,12 +4,14 @@
 
 extern "C" {
 #include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -127,24 +129,42 @@ PXExpected<std::unique_ptr<PicturePainter>> PicturePainter::make(const AVCodecCo
 
     painter->_canvas.resize(static_cast<std::size_t>(sourceWidth)
                             * static_cast<std::size_t>(sourceHeight));
-    painter->_scaler.reset(
-        sws_getContext(sourceWidth, sourceHeight, AV_PIX_FMT_BGR0, width, height, encoder.pix_fmt,
-                       SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP | SWS_FULL_CHR_H_INT,
-                       nullptr, nullptr, nullptr));
-    if (!painter->_scaler) {
+    if (const int status = painter->makeScaler(); status < 0) {
         return PXFail(
-            PXPOSIXError(EINVAL,
-                         u"Could not scale pictures of %1 x %2 to %3 x %4"_s.arg(sourceWidth)
-                             .arg(sourceHeight)
-                             .arg(width)
-                             .arg(height)));
+            ffmpeg::error(status,
+                          u"Could not scale pictures of %1 x %2 to %3 x %4"_s.arg(sourceWidth)
+                              .arg(sourceHeight)
+                              .arg(width)
+                              .arg(height)));
     }
-    const int *matrix = sws_getCoefficients(painter->_space);
-    const bool isFull = painter->_range == AVCOL_RANGE_JPEG;
-    // Fails for formats without a matrix, which do not need one.
-    sws_setColorspaceDetails(painter->_scaler.get(), matrix, 1, matrix, isFull ? 1 : 0, 0, 1 << 16,
-                             1 << 16);
     return painter;
+}
+
+int PicturePainter::makeScaler()
+{
+    _scaler.reset(sws_alloc_context());
+    if (!_scaler)
+        return AVERROR(ENOMEM);
+    const std::pair<const char *, int> options[] = {
+        {"srcw", _sourceWidth},
+        {"srch", _sourceHeight},
+        {"src_format", AV_PIX_FMT_BGR0},
+        {"dstw", _width},
+        {"dsth", _height},
+        {"dst_format", _format},
+        {"sws_flags", SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP | SWS_FULL_CHR_H_INT},
+    };
+    for (const auto &[name, value] : options) {
+        if (const int status = av_opt_set_int(_scaler.get(), name, value, 0); status < 0)
+            return status;
+    }
+    if (const int status = sws_init_context(_scaler.get(), nullptr, nullptr); status < 0)
+        return status;
+    const int *matrix = sws_getCoefficients(_space);
+    // Fails for formats without a matrix, which do not need one.
+    sws_setColorspaceDetails(_scaler.get(), matrix, 1, matrix, _range == AVCOL_RANGE_JPEG ? 1 : 0,
+                             0, 1 << 16, 1 << 16);
+    return 0;
 }
 
 PicturePainter::PicturePainter(const AVCodecContext &encoder, int sourceWidth, int sourceHeight,
@@ -173,7 +193,8 @@ ffmpeg::Frame PicturePainter::apply(const PictureUpdate &update)
         if (!makeWritable(!isWhole && !_scaler))
             return nullptr;
         if (_scaler) {
-            scale(update);
+            if (!scale(update))
+                return nullptr;
             repeatEdges();
         } else {
             for (const PictureUpdate::Block &block : update.blocks())
@@ -236,7 +257,7 @@ void PicturePainter::convertBlock(const PictureUpdate &update, const PictureUpda
          {frame.linesize[0], frame.linesize[1], frame.linesize[2]}});
 }
 
-void PicturePainter::scale(const PictureUpdate &update)
+bool PicturePainter::scale(const PictureUpdate &update)
 {
     for (const PictureUpdate::Block &block : update.blocks()) {
         const PXPixelRect &rect = block.rect;
@@ -249,8 +270,10 @@ void PicturePainter::scale(const PictureUpdate &update)
     }
     const auto *source = reinterpret_cast<const std::uint8_t *>(_canvas.data());
     const int bytesPerRow = _sourceWidth * 4;
-    sws_scale(_scaler.get(), &source, &bytesPerRow, 0, _sourceHeight, _current->data,
-              _current->linesize);
+    // The scaler makes lines for itself as it goes.
+    return sws_scale(_scaler.get(), &source, &bytesPerRow, 0, _sourceHeight, _current->data,
+                     _current->linesize)
+        >= 0;
 }
 
 // A scaled picture of an odd size: the planes of colour, rounded up, are whole already; only the

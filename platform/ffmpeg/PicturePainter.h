@@ -46,7 +46,7 @@ private:
 class PicturePainter final {
 public:
     /// Pictures of `sourceWidth` x `sourceHeight` become ones of `width` x `height` in the format
-    /// and size of `encoder`, which are the same or a little larger.
+    /// and size of `encoder`, which are the same or a little larger. Throws std::bad_alloc, too.
     static PXExpected<std::unique_ptr<PicturePainter>>
     make(const AVCodecContext &encoder, int sourceWidth, int sourceHeight, int width, int height);
 
@@ -57,9 +57,10 @@ public:
 private:
     PicturePainter(const AVCodecContext &encoder, int sourceWidth, int sourceHeight, int width,
                    int height);
+    int makeScaler();
     bool makeWritable(bool keepsContent);
     void convertBlock(const PictureUpdate &update, const PictureUpdate::Block &block);
-    void scale(const PictureUpdate &update);
+    [[nodiscard]] bool scale(const PictureUpdate &update);
     void repeatEdges();
 
     AVPixelFormat _format;

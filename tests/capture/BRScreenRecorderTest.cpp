@@ -195,6 +195,7 @@ TEST(ScreenRecorder, KeyFramesComeAfterThirtyGrabsAndThreeSeconds)
     auto options = session.options();
     options.showCursor = false;
     ASSERT_TRUE(session.start(options));
+    session.waitForFrames(1); // From here on the file stays the same one.
     std::uint32_t count = 0;
     std::vector<RecordedFrame> frames;
     session.waitUntil([&] {

@@ -1,9 +1,11 @@
 #include "export/BRFrameCompressor.h"
 
 #include "capture/framefile/BRFrameStreamer.h"
+#include "foundation/PXMainThread.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 #include "tests/ffmpeg/MovieProbe.h"
 #include "tests/support/FileSizeLimit.h"
+#include "tests/support/Sanitizers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,6 +16,7 @@
 #include <QTemporaryDir>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <functional>
 #include <optional>
@@ -31,8 +34,16 @@ struct Change {
 };
 
 /// Records what a compressor says, in order, and ends the wait at its end.
-class Listener final : public BRFrameCompressorDelegate {
+class Listener final : public BRFrameCompressorDelegate, public PXAlert {
 public:
+    void beep(const QString &message) override
+    {
+        PXMainThread::post(&_mainThread, [this, message] {
+            events << u"beep "_s + message;
+            if (!compressor->isCompressing())
+                end(events.takeLast());
+        });
+    }
     void frameCompressorWillBeginCompression(BRFrameCompressor &, std::uint32_t total) override
     {
         events << u"begin %1"_s.arg(total);
@@ -68,6 +79,7 @@ public:
         return events.last();
     }
 
+    BRFrameCompressor *compressor = nullptr; ///< For `beep`.
     QStringList events;
     std::vector<QImage> pictures;
     std::function<void()> onBegin;
@@ -83,8 +95,31 @@ private:
         _loop.quit();
     }
 
+    QObject _mainThread;
     QEventLoop _loop;
     bool _hasEnded = false;
+};
+
+/// No more memory than `bytes` beyond what is in use, for as long as this lives.
+class ShortMemory final {
+public:
+    explicit ShortMemory(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_AS, &_before);
+        QFile sizes(u"/proc/self/statm"_s);
+        if (!sizes.open(QIODevice::ReadOnly))
+            throw std::runtime_error("no /proc/self/statm");
+        const auto pages = sizes.readAll().split(' ').first().toULongLong();
+        const rlimit limit{pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + bytes,
+                           _before.rlim_max};
+        setrlimit(RLIMIT_AS, &limit);
+    }
+    ~ShortMemory() { setrlimit(RLIMIT_AS, &_before); }
+    ShortMemory(const ShortMemory &) = delete;
+    ShortMemory &operator=(const ShortMemory &) = delete;
+
+private:
+    rlimit _before = {};
 };
 
 class Export : public testing::Test {
@@ -124,6 +159,19 @@ protected:
         ASSERT_TRUE(streamer->setTotalNumberOfFrames(
             announced.value_or(static_cast<std::uint32_t>(changes.size()))));
     }
+    /// One whose picture does not fit into `kLittleMemory` beside the buffer that it is read with.
+    void recordLargeCapture()
+    {
+        auto streamer = BRFrameStreamer::withFilePathForWriting(capture(), {12500, 12500},
+                                                                BRRawCompression::LZO, 0)
+                            .value();
+        ASSERT_TRUE(streamer->writeFrameWithDirtyRects({}, 0));
+        ASSERT_TRUE(streamer->setTotalNumberOfFrames(1));
+        streamer.reset();
+        // A file that short would not be believed to hold such pictures.
+        QFile file(capture());
+        ASSERT_TRUE(file.resize(qint64{16} << 20));
+    }
     static std::vector<Change> manyFrames(int count)
     {
         std::vector<Change> changes{{0, {{0, 0, kWidth, kHeight}}}};
@@ -138,6 +186,8 @@ protected:
         made->setScreenSelectionSize({kWidth, kHeight});
         made->setMovieExportSize({kWidth, kHeight});
         made->setDelegate(&listener);
+        made->setAlert(&listener);
+        listener.compressor = made.get();
         return made;
     }
     [[nodiscard]] QString capture() const { return captures.filePath(u"Capture"_s); }
@@ -160,6 +210,7 @@ protected:
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
     }
 
+    static constexpr rlim_t kLittleMemory = rlim_t{900} << 20;
     static constexpr int kWidth = 61;
     static constexpr int kHeight = 45;
     QTemporaryDir captures;
@@ -324,6 +375,75 @@ TEST_F(Export, AFullDiskFailsAndTheOldFileComesBack)
     EXPECT_TRUE(exporter->firstWriteError());
     EXPECT_EQ(read(output()), "the movie of yesterday");
     EXPECT_THAT(files(), ElementsAre(u"My movie.mov"_s));
+}
+
+// How an export ends that is not done, and what is beside the old file while nobody has been told.
+TEST_F(Export, EndsOnceWhateverFails)
+{
+    struct Case {
+        const char *name;
+        std::function<void()> prepare;
+        PXSize movieSize;
+        bool isShortOfMemory;
+        QStringList events;
+        QStringList files; ///< Once it has ended, before the compressor goes.
+    };
+    const QStringList oldFile{u"My movie.mov"_s};
+    const QStringList twoRefused(2,
+                                 u"beep ICMCompressionSessionEncodeFrame() failed with error 22"_s);
+    const Case cases[] = {
+        {"no memory for a picture",
+         [this] { recordLargeCapture(); },
+         {61, 45},
+         true,
+         {u"begin 1"_s, u"beep Could not allocate buffer from pool."_s},
+         {u".My movie.mov.replaced"_s, u"Tolvane Temp.mov"_s}},
+        {"no memory for the encoder's pictures",
+         [this] { record(manyFrames(3)); },
+         {16000, 16000},
+         true,
+         {u"begin 3"_s,
+          u"failed Could not make the movie: Cannot allocate memory. Close other programs, or export a smaller picture."_s},
+         oldFile},
+        {"every frame refused",
+         [this] {
+             record({{1e9, {}}, {2e9, {}}}); // Later than any sample can be.
+         },
+         {61, 45},
+         false,
+         QStringList{u"begin 2"_s} + twoRefused
+             + QStringList{u"failed Tolvane could not compress the movie. None of its 2 frames could be encoded."_s},
+         oldFile},
+        {"aborted",
+         [this] {
+             record(manyFrames(500));
+             listener.onBegin = [this] { listener.compressor->cancelCompression(); };
+         },
+         {1600, 1200},
+         false,
+         {u"begin 500"_s, u"cancelled"_s},
+         oldFile},
+    };
+    for (const Case &row : cases) {
+        if (row.isShortOfMemory && kIsSanitized)
+            continue; // The sanitizers need more addresses than any limit leaves.
+        SCOPED_TRACE(row.name);
+        write(output(), "the movie of yesterday");
+        row.prepare();
+        auto exporter = compressor();
+        exporter->setMovieExportSize(row.movieSize);
+        const auto limit
+            = row.isShortOfMemory ? std::make_unique<ShortMemory>(kLittleMemory) : nullptr;
+        ASSERT_TRUE(exporter->startCompression(output()));
+        listener.wait();
+        EXPECT_EQ(listener.events, row.events);
+        EXPECT_EQ(files(), row.files);
+        EXPECT_FALSE(exporter->isCompressing());
+        exporter.reset();
+        EXPECT_EQ(read(output()), "the movie of yesterday");
+        EXPECT_EQ(files(), oldFile);
+        listener.events.clear();
+    }
 }
 
 TEST_F(Export, AHeaderThatClaimsTooMuchReservesNothing)

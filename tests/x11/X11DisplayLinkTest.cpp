@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -169,6 +170,48 @@ TEST_P(X11DisplayLinkTest, StopsFromInsideAndFromOutside)
     _link->stop();
     _link->wake();
     EXPECT_EQ(waitForCalls(1).size(), 1U);
+}
+
+// A server that hangs stands for a display whose blanks do not come: one that sleeps, or was
+// unplugged. The timer calls until they come again.
+TEST(X11DisplayLink, ATimerStandsInWhileTheBlanksDoNotCome)
+{
+    const VirtualDisplay display(320, 240);
+    const auto screen = openScreen(display);
+    X11DisplayLink link(screen->mainDisplay(),
+                        X11VerticalBlank::onConnection(valueOf(X11Connection::open(display.name())),
+                                                       screen->mainDisplay().bounds()));
+    std::mutex mutex;
+    std::condition_variable called;
+    std::vector<std::uint64_t> times;
+    valueOf(link.start([&](std::uint64_t time) {
+        const std::lock_guard lock(mutex);
+        times.push_back(time);
+        called.notify_all();
+        return PXDisplayLink::kNextRefresh;
+    }));
+    // Blanks are told in whole microseconds; of the timer's moments one in a thousand is whole.
+    const auto waitForThree = [&](bool areBlanks) {
+        std::unique_lock lock(mutex);
+        std::size_t seen = times.size();
+        int inARow = 0;
+        while (inARow < 3) {
+            called.wait(lock, [&] { return times.size() > seen; });
+            inARow = (times[seen] % 1000 == 0) == areBlanks ? inARow + 1 : 0;
+            ++seen;
+        }
+    };
+    const auto server = static_cast<pid_t>(display.serverProcessId());
+    for (int round = 0; round < 2; ++round) {
+        waitForThree(true);
+        ASSERT_EQ(::kill(server, SIGSTOP), 0);
+        waitForThree(false);
+        ASSERT_EQ(::kill(server, SIGCONT), 0);
+    }
+    waitForThree(true);
+    link.stop();
+    for (std::size_t i = 1; i < times.size(); ++i)
+        EXPECT_GT(times[i], times[i - 1]) << i;
 }
 
 TEST(X11DisplayLink, AtOnceIsNotLostAmongLaterWishes)
