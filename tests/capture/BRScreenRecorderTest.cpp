@@ -172,7 +172,7 @@ TEST(ScreenRecorder, AMainDisplayThatMovesIsReadAgainWhereItIs)
     options.screenSelectionRect = {0, 0, 100, 100};
     options.screenSelectionSize = {100, 100};
     ASSERT_TRUE(session.start(options));
-    // Nothing is painted, so no damage tells of it; and the first frame still waits in the ring.
+    // The first frame still waits in the ring, for its cursor as well.
     display.moveMainDisplay({10, 0, 500, 390});
     session.waitForFrames(2);
     const auto frames = session.frames();
