@@ -17,6 +17,7 @@ namespace {
 
 std::atomic<int> theThreshold = BRLogWarning;
 std::atomic<bool> logsToStandardError = true;
+std::atomic<BRLogListener> theListener = nullptr;
 
 QStringView nameOfLevel(int level)
 {
@@ -64,6 +65,8 @@ bool isStandardErrorTheJournal()
 
 void write(int level, const QString &message)
 {
+    if (const BRLogListener listener = theListener)
+        listener(level, message);
     const QByteArray line
         = (BRLogLine(level, QTime::currentTime().toString(u"HH:mm:ss.zzz"_s), message) + u'\n')
               .toUtf8();
@@ -116,4 +119,8 @@ int BRCurrentLogLevel()
 void BRSetLogsToStandardError(bool does)
 {
     logsToStandardError = does;
+}
+void BRSetLogListener(BRLogListener listener)
+{
+    theListener = listener;
 }
