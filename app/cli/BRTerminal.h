@@ -7,12 +7,16 @@
 /// Standard output carries only data; everything for a person goes to standard error.
 namespace BRTerminal {
 
-/// One line of data.
+/// One line of data. What cannot be written is told by `finishOutput()`.
 void print(const QString &line);
+/// Whether all of the data was written.
+[[nodiscard]] PXExpected<void> finishOutput();
 /// "tolvane: message", and "tolvane: warning: message".
 void printError(const QString &message);
 void printError(const PXError &error);
 void printWarning(const QString &message);
+/// Whether one of those said `text`, alone, among other words, or the gist of it.
+bool hasPrinted(const QString &text);
 
 /// Whether a line may be drawn over and over: standard error is a terminal that can.
 bool showsProgress();
