@@ -18,7 +18,7 @@ PXRect movedInside(PXRect rect, PXSize screen)
 
 } // namespace
 
-PXRect BRCenteredCameraRect(PXPoint mouse, PXSize selectionSize, PXSize screen)
+PXRect BRCenterCameraRectAtMouseLocation(PXPoint mouse, PXSize selectionSize, PXSize screen)
 {
     const PXRect rect{mouse.x - std::floor(selectionSize.width * 0.5F),
                       mouse.y - std::floor(selectionSize.height * 0.5F),
@@ -27,7 +27,7 @@ PXRect BRCenteredCameraRect(PXPoint mouse, PXSize selectionSize, PXSize screen)
     return movedInside(rect, screen);
 }
 
-PXRect BRLazyCameraRect(PXPoint mouse, const PXRect &current, PXSize screen)
+PXRect BRLazilySetCameraRectWithMouseLocation(PXPoint mouse, const PXRect &current, PXSize screen)
 {
     constexpr float kMargin = 0.15F;
     const float marginX = kMargin * current.width;

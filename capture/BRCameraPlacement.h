@@ -6,7 +6,7 @@
 /// display's size, to which the camera is cut and inside which it stays.
 
 /// Centred on `mouse`.
-PXRect BRCenteredCameraRect(PXPoint mouse, PXSize selectionSize, PXSize screen);
+PXRect BRCenterCameraRectAtMouseLocation(PXPoint mouse, PXSize selectionSize, PXSize screen);
 
 /// `current` moved only as far as it takes to keep `mouse` 15 % of its size away from its edges.
-PXRect BRLazyCameraRect(PXPoint mouse, const PXRect &current, PXSize screen);
+PXRect BRLazilySetCameraRectWithMouseLocation(PXPoint mouse, const PXRect &current, PXSize screen);

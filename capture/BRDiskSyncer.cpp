@@ -10,16 +10,19 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
+#include <utility>
 
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 constexpr auto kTimeBetweenSyncs = 2s;
 }
 
-BRDiskSyncer::BRDiskSyncer(QStringList filePaths)
-    : _filePaths(std::move(filePaths)), _thread([this](const std::stop_token &stop) { _run(stop); })
+BRDiskSyncer::BRDiskSyncer(QStringList filePaths, std::function<void(const PXError &)> failed)
+    : _filePaths(std::move(filePaths)),
+      _failed(std::move(failed)),
+      _thread([this](const std::stop_token &stop) { _run(stop); })
 {
 }
 
@@ -56,16 +59,27 @@ void BRDiskSyncer::_run(const std::stop_token &stop)
         _sync();
 }
 
-void BRDiskSyncer::_sync() const
+void BRDiskSyncer::_sync()
 {
     for (const QString &path : _filePaths) {
         // Opened anew each time: any descriptor of the file syncs all that was written to it, and
         // the writer may have made the file anew.
         const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-        if (file < 0)
+        if (file < 0) {
+            _fail(PXPOSIXError(errno, u"Could not open file "_s + path));
             continue;
-        if (::fdatasync(file) != 0)
-            BRLog(BRLogWarning, "fdatasync() failed with error %i", errno);
+        }
+        // EINVAL: a file system that cannot, which is no reason not to record on it.
+        if (::fdatasync(file) != 0 && errno != EINVAL)
+            _fail(PXPOSIXError(errno, u"Could not store file "_s + path));
         ::close(file);
     }
+}
+
+void BRDiskSyncer::_fail(const PXError &error)
+{
+    if (std::exchange(_hasFailed, true))
+        return;
+    BRLog(BRLogError, error.description);
+    _failed(error);
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "foundation/PXError.h"
 #include "foundation/PXMutex.h"
 
 #include <QStringList>
 
 #include <condition_variable>
+#include <functional>
 #include <thread>
 
 /// Brings what a recording has written to the disk about every two seconds, on a thread of its
@@ -13,7 +15,9 @@
 class BRDiskSyncer final {
 public:
     /// `filePaths` in the order in which they are synced: frames before the index over them.
-    explicit BRDiskSyncer(QStringList filePaths);
+    /// `failed` is called with the first error, on the syncing thread and with no lock held: a
+    /// disk may be full, or break, only after it has taken what was written.
+    BRDiskSyncer(QStringList filePaths, std::function<void(const PXError &)> failed);
     ~BRDiskSyncer();
     BRDiskSyncer(const BRDiskSyncer &) = delete;
     BRDiskSyncer &operator=(const BRDiskSyncer &) = delete;
@@ -23,9 +27,12 @@ public:
 
 private:
     void _run(const std::stop_token &stop);
-    void _sync() const;
+    void _sync();
+    void _fail(const PXError &error);
 
     const QStringList _filePaths;
+    const std::function<void(const PXError &)> _failed;
+    bool _hasFailed = false; // The thread's.
     PXMutex _lock;
     std::condition_variable_any _written;
     bool _mustBeSynced PX_GUARDED_BY(_lock) = false;

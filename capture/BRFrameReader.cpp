@@ -4,7 +4,7 @@
 #include "foundation/BRLog.h"
 
 #include <algorithm>
-#include <cstring>
+#include <cerrno>
 
 using namespace Qt::StringLiterals;
 
@@ -67,6 +67,7 @@ PXExpected<void> BRFrameReader::pushDirtyRects(std::vector<PXRect> rects, double
     slot.buffer = *buffer;
     slot.rects = std::move(rects);
     slot.unionOfRects = PXRectFromPixels(unionOfPixels, display);
+    slot.unionOfPixels = unionOfPixels;
     slot.timestamp = timestamp;
     slot.captureRect = captureRect;
     _currentIndex = (_currentIndex + 1) % kSlots;
@@ -76,29 +77,23 @@ PXExpected<void> BRFrameReader::pushDirtyRects(std::vector<PXRect> rects, double
     return {};
 }
 
-PXRect BRFrameReader::captureCursorWithTimestamp(double timestamp, const PXRect &captureRect)
+PXRect BRFrameReader::captureCursorWithTimestamp(double, const PXRect &)
 {
     Slot &slot = _slots[_currentIndex];
-    slot.timestamp = timestamp;
-    slot.captureRect = captureRect;
     slot.cursor.reset();
     if (!_showCursor)
         return {};
     auto cursor = _cursorSource->cursor();
     if (!cursor) {
-        BRLog(BRLogError, "CGSGetGlobalCursorData failed %d", cursor.error().code);
+        // A display that has gone was logged when that was found out.
+        if (!PXIsDisplayLost(cursor.error()))
+            BRLog(BRLogError, "CGSGetGlobalCursorData failed %d", cursor.error().code);
         return {};
     }
     if (!*cursor)
         return {};
     slot.cursor = **std::move(cursor);
     return PXRectFromPixels(slot.cursor->rect, _platform.mainDisplay().bounds());
-}
-
-std::uint64_t BRFrameReader::serialOfCapturedCursor() const
-{
-    const std::optional<PXCursor> &cursor = _slots[_currentIndex].cursor;
-    return cursor ? cursor->serial : 0;
 }
 
 void BRFrameReader::_grabDirtyRectsFromBufferAtIndex(std::size_t index)
@@ -121,19 +116,19 @@ void BRFrameReader::_grabDirtyRectsFromBufferAtIndex(std::size_t index)
             {rect.x - slot.unionOfRects.x, rect.y - slot.unionOfRects.y, rect.width, rect.height});
     }
     if (_showCursor)
-        _drawCursor(slot);
+        drawCursorAtIndex(index);
     _delegate.frameReaderDidGrabDirtyRects(*this, std::move(rectsWithinFrame),
                                            std::move(rectsWithinBuffer), slot.timestamp,
                                            slot.buffer, slot.captureRect);
 }
 
-void BRFrameReader::_drawCursor(const Slot &slot) const
+void BRFrameReader::drawCursorAtIndex(std::size_t index) const
 {
+    const Slot &slot = _slots[index];
     if (!slot.cursor)
         return;
-    const PXRect place = PXRectFromPixels(slot.cursor->rect, _platform.mainDisplay().bounds());
-    const PXRect placeInBuffer{place.x - slot.unionOfRects.x, place.y - slot.unionOfRects.y,
-                               place.width, place.height};
+    // From pixels to pixels: the display may have moved on the desktop since they were read.
+    const PXRect placeInBuffer = PXRectFromPixels(slot.cursor->rect, slot.unionOfPixels);
     const PXCursorImage &image = *slot.cursor->image;
     BRFrameSmoosher::overlayCursorData(
         image.pixels.data(), {static_cast<float>(image.width), static_cast<float>(image.height)},
@@ -179,9 +174,14 @@ PXExpected<QImage> BRFrameReader::grabScreenshot(PXScreenPlatform &platform)
     if (!view)
         return PXFail(view.error());
     QImage image(display.width, display.height, QImage::Format_RGB32);
+    if (image.isNull())
+        return PXFail(PXPOSIXError(
+            ENOMEM,
+            u"Could not make a picture of %1 x %2"_s.arg(display.width).arg(display.height)));
     for (int y = 0; y < display.height; ++y) {
-        std::memcpy(image.scanLine(y), view->pixel(0, display.height - 1 - y),
-                    static_cast<std::size_t>(display.width) * 4);
+        BRFrameSmoosher::packOpaqueRows(view->pixel(0, display.height - 1 - y), view->bytesPerRow,
+                                        display.width, 1,
+                                        reinterpret_cast<std::byte *>(image.scanLine(y)));
     }
     return image;
 }

@@ -39,7 +39,7 @@ protected:
 };
 
 /// Reads changed areas of the screen into a ring of four buffers; what is read is handed on two
-/// pushes later, so that the display server has long finished when somebody touches the pixels.
+/// pushes later, so that a writer can be at work on one buffer while the next ones are read into.
 /// Draws the cursor, which the frame buffer lacks, into them. One thread at a time.
 class BRFrameReader final {
 public:
@@ -55,11 +55,15 @@ public:
     [[nodiscard]] PXExpected<void> pushDirtyRects(std::vector<PXRect> rects, double timestamp,
                                                   const PXRect &captureRect);
 
-    /// Notes the cursor, as it is at `timestamp`, for the slot of the next push and tells the area
-    /// that it covers in global coordinates; the zero rectangle when none is visible.
+    /// Notes the cursor, as it is now, for the slot of the next push, which gives time and
+    /// selection once more; tells the area that the cursor covers in global coordinates, the zero
+    /// rectangle when none is visible.
     PXRect captureCursorWithTimestamp(double timestamp, const PXRect &captureRect);
-    /// Which picture the cursor of the next push has; 0 without one.
-    [[nodiscard]] std::uint64_t serialOfCapturedCursor() const;
+    /// The cursor of the next push.
+    [[nodiscard]] const std::optional<PXCursor> &capturedCursor() const
+    {
+        return _slots[_currentIndex].cursor;
+    }
 
     /// Hands on everything that waits, in the order in which it was read.
     void flushRemainingDirtyRects();
@@ -79,6 +83,7 @@ private:
         PXPixelView buffer;
         std::vector<PXRect> rects; ///< Global coordinates; empty when nothing waits here.
         PXRect unionOfRects;
+        PXPixelRect unionOfPixels; ///< The same on the desktop.
         PXRect captureRect;
         double timestamp = 0;
         std::optional<PXCursor> cursor;
@@ -88,7 +93,7 @@ private:
     BRFrameReader(PXScreenPlatform &platform, BRFrameReaderDelegate &delegate, bool showCursor);
 
     void _grabDirtyRectsFromBufferAtIndex(std::size_t index);
-    void _drawCursor(const Slot &slot) const;
+    void drawCursorAtIndex(std::size_t index) const;
 
     PXScreenPlatform &_platform;
     BRFrameReaderDelegate &_delegate;

@@ -37,7 +37,6 @@ void BRFrameWriter::_threadedWriteDirtyRects(const std::stop_token &stop)
 {
     PXSetThreadName("tolvane-writer");
     // The files are made anew here: what the thread writes to is its own from the first byte on.
-    // The ones made at the start stay in use when that fails, for the frames of the final flush.
     auto streamer = _makeStreamer();
     PXLock lock(_frameWritingLock);
     if (streamer) {
@@ -81,8 +80,11 @@ std::optional<BRFrameToWrite> BRFrameWriter::handOff(BRFrameToWrite frame)
 
 bool BRFrameWriter::isMailboxEmpty()
 {
-    PXLock lock(_frameWritingLock);
-    return !_frameMustBeWritten;
+    if (!_frameWritingLock.try_lock())
+        return false;
+    const bool isEmpty = !_frameMustBeWritten;
+    _frameWritingLock.unlock();
+    return isEmpty;
 }
 
 void BRFrameWriter::stopThread()
@@ -97,6 +99,12 @@ void BRFrameWriter::stopThread()
 void BRFrameWriter::closeMailbox()
 {
     PXLock lock(_frameWritingLock);
+    // The thread's attempt may have left the files of the start without a name or a header, and
+    // the last frames would be lost with them.
+    if (_hasNoWriter) {
+        if (auto streamer = _makeStreamer())
+            _frameStreamer = *std::move(streamer);
+    }
     _isMailboxClosed = true;
     _mailboxChanged.notify_all();
 }

@@ -37,8 +37,10 @@ public:
     using StreamerFactory = std::function<PXExpected<std::unique_ptr<BRFrameStreamer>>()>;
 
     /// Makes the files at once, so that a recording that cannot be written fails at its start.
-    /// `failed` is called once, on the writing thread, with the first error of a write; from then
-    /// on frames are dropped. `wrote` is called after each frame.
+    /// `failed` is called with the first error of a write, from when on frames are dropped, and
+    /// when the thread cannot make its files: frames then wait for `closeMailbox()`. `wrote` is
+    /// called after each frame. Both on the thread that writes, with the mailbox's lock held: they
+    /// may not call the writer.
     [[nodiscard]] static PXExpected<std::unique_ptr<BRFrameWriter>>
     withStreamer(StreamerFactory makeStreamer, std::function<void(const PXError &)> failed,
                  std::function<void()> wrote);
@@ -49,12 +51,13 @@ public:
     /// Puts a frame into the mailbox and answers the one that it replaced. After `closeMailbox()`
     /// frames are written at once on the calling thread.
     [[nodiscard]] std::optional<BRFrameToWrite> handOff(BRFrameToWrite frame);
-    /// Nothing waits and nothing is being written; waits for a write in progress.
+    /// Nothing waits and nothing is being written. Never waits.
     [[nodiscard]] bool isMailboxEmpty();
 
     /// Ends the thread after the frame that it is writing; one that waits stays in the mailbox.
     void stopThread();
-    /// From now on the mailbox holds nothing back. Call after `stopThread()`.
+    /// From now on the mailbox holds nothing back. Call after `stopThread()`. Files that the
+    /// thread could not make are tried once more.
     void closeMailbox();
     /// Writes what `stopThread()` left in the mailbox.
     void writeFrameThatMustBeWritten();

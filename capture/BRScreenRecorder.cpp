@@ -2,6 +2,7 @@
 
 #include "capture/BRCameraPlacement.h"
 #include "capture/BRDiskSyncer.h"
+#include "capture/framefile/BRFrameFormat.h"
 #include "foundation/BRLog.h"
 #include "foundation/PXClock.h"
 #include "foundation/PXDefaults.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 
 using namespace Qt::StringLiterals;
 
@@ -21,6 +23,36 @@ const QString kBRScreenRecorderScreenSelectionRectChangedNotification
     = u"BRScreenRecorderScreenSelectionRectChangedNotification"_s;
 const QString kBRCaptureVideoDataName = u"Brimmet Capture Video Data"_s;
 const QString kBRMovieInfoName = u"Info.plist"_s;
+
+namespace {
+
+PXExpected<void> checkOptions(const BRScreenRecordingOptions &options)
+{
+    const auto fail = [](const QString &what, const QString &suggestion) {
+        return PXFail({kBRErrorDomain, 1, what, suggestion, {}});
+    };
+    if (!(options.numberOfFramesPerSecond > 0))
+        return fail(u"Cannot record %1 frames per second"_s.arg(
+                        static_cast<double>(options.numberOfFramesPerSecond)),
+                    u"Choose a rate above 0."_s);
+    const PXSize size = options.screenSelectionSize;
+    if (std::max(size.width, size.height) > BRFrameFormat::kLargestSide)
+        return fail(u"Cannot record an area of %1x%2 pixels"_s
+                        .arg(PXClampToInt64(static_cast<double>(size.width)))
+                        .arg(PXClampToInt64(static_cast<double>(size.height))),
+                    u"Choose sides of at most %1."_s.arg(BRFrameFormat::kLargestSide));
+    const std::int32_t compression = options.videoCompression;
+    if (compression < 0 || compression > static_cast<std::int32_t>(BRRawCompression::RLE))
+        return fail(u"Cannot record with compression %1"_s.arg(compression),
+                    u"Choose 1 (LZO) or 2 (RLE)."_s);
+    // Large, and only whole frames of it read back: nobody chooses that, a setting went wrong.
+    if (compression == static_cast<std::int32_t>(BRRawCompression::None))
+        BRLog(BRLogWarning,
+              "Recording without compression: the setting optimizeFor is neither 0 nor 1.");
+    return {};
+}
+
+} // namespace
 
 BRScreenRecorder::BRScreenRecorder(QString uuid, BRScreenRecorderDelegate *delegate,
                                    PXScreenPlatform &platform, BRStatusItem *statusItem,
@@ -47,25 +79,27 @@ BRScreenRecorder::~BRScreenRecorder()
     _stopped.notify_all();
     if (_displayLink)
         _displayLink->stop();
-    // An owner that did not wait for the end gets a whole file all the same, without a last frame.
-    if (_frameReader)
+    // An owner that did not wait for the end gets a whole file all the same, with every frame that
+    // was grabbed, but not with the last state of the screen.
+    if (_frameReader) {
+        _frameReader->flushRemainingDirtyRects();
+        _frameWriter->writeFrameThatMustBeWritten();
         _finishFile();
-    // Their threads wake the link, which goes first.
+    }
+    // Their threads wake the link, which goes first, or report failures.
     _frameReader.reset();
     _damageSource.reset();
+    _frameWriter.reset();
+    _diskSyncer.reset();
 }
 
 PXExpected<void> BRScreenRecorder::startRecording(const BRScreenRecordingOptions &options)
 {
     BRLog(BRLogDebug, "BRScreenRecorder startRecording:");
-    if (!(options.numberOfFramesPerSecond > 0)) {
-        return PXFail({kBRErrorDomain,
-                       1,
-                       u"Cannot record %1 frames per second"_s.arg(
-                           static_cast<double>(options.numberOfFramesPerSecond)),
-                       u"Choose a rate above 0."_s,
-                       {}});
-    }
+    if (_frameWriter || _isStopping || _hasReported)
+        throw std::logic_error("BRScreenRecorder: records once");
+    if (auto checked = checkOptions(options); !checked)
+        return checked;
     _setOptions(options);
     if (auto created = _createFrameReaderAndWriter(); !created)
         return created;
@@ -83,23 +117,32 @@ PXExpected<void> BRScreenRecorder::startRecording(const BRScreenRecordingOptions
     if (_delegate)
         _delegate->screenRecorderCVHostTimeOfFirstFrame(*this, PXCurrentHostTime());
     if (auto grabbed = _grabFirstFrame(); !grabbed) {
-        _damageSource.reset();
-        _frameReader.reset();
-        if (_movieBounds)
-            _movieBounds->orderOut();
-        {
-            // The caller gets the error; nobody is to hear of it twice.
-            const PXLock lock(_failureLock);
-            _failure.reset();
-        }
-        _setIsRecording(false);
-        if (_statusItem)
-            _statusItem->setStatusItemImage(u"status-normal"_s);
+        _takeBackStart();
         return grabbed;
     }
     _startDisplayLink();
     _frameWriter->startThread();
     return {};
+}
+
+void BRScreenRecorder::_takeBackStart()
+{
+    _platform.mainDisplay().setChangedHandler({});
+    _damageSource.reset();
+    _frameReader.reset();
+    _frameWriter.reset();
+    _diskSyncer.reset();
+    if (_movieBounds)
+        _movieBounds->orderOut();
+    {
+        // The caller gets the error; nobody is to hear of it twice.
+        const PXLock lock(_failureLock);
+        _failure.reset();
+    }
+    _hasFailed = false;
+    _setIsRecording(false);
+    if (_statusItem)
+        _statusItem->setStatusItemImage(u"status-normal"_s);
 }
 
 void BRScreenRecorder::_setOptions(const BRScreenRecordingOptions &options)
@@ -133,8 +176,13 @@ PXExpected<void> BRScreenRecorder::_grabFirstFrame()
     });
     if (!collecting)
         return collecting;
-    const PXRect wholeSelection = currentScreenSelectionRect();
-    _addDirtyRects({&wholeSelection, 1});
+    // Another output, or another place of it: the damage may have been reported, and read, before
+    // we hear where the display is now.
+    _platform.mainDisplay().setChangedHandler([this] {
+        _addWholeSelection();
+        _wakeDisplayLink();
+    });
+    _addWholeSelection();
     return _grabRectsNow(now);
 }
 
@@ -158,15 +206,18 @@ PXExpected<void> BRScreenRecorder::_createFrameReaderAndWriter()
         return made;
     }
     const QString filePath = _folderPath + u'/' + kBRCaptureVideoDataName;
-    auto diskSyncer = std::make_unique<BRDiskSyncer>(QStringList{filePath, filePath + u".index"_s});
+    const auto fail = [this](const PXError &error) { _fail(error); };
+    auto diskSyncer
+        = std::make_unique<BRDiskSyncer>(QStringList{filePath, filePath + u".index"_s}, fail);
     auto makeStreamer = [filePath, options] {
         return BRFrameStreamer::withFilePathForWriting(
             filePath, options.screenSelectionSize,
             static_cast<BRRawCompression>(options.videoCompression), options.lossyLevel);
     };
-    auto frameWriter = BRFrameWriter::withStreamer(
-        std::move(makeStreamer), [this](const PXError &error) { _fail(error); },
-        [syncer = diskSyncer.get()] { syncer->noteThatFilesWereWritten(); });
+    auto frameWriter
+        = BRFrameWriter::withStreamer(std::move(makeStreamer), fail, [syncer = diskSyncer.get()] {
+              syncer->noteThatFilesWereWritten();
+          });
     if (!frameWriter) {
         BRLog(BRLogDebug, "Could not create a frame streamer.");
         return PXFail(std::move(frameWriter).error());
@@ -186,14 +237,15 @@ void BRScreenRecorder::_startDisplayLink()
         return;
     }
     _displayLink = *std::move(displayLink);
-    // Before it runs: what is woken then is called at its first refresh.
-    _runningDisplayLink = _displayLink.get();
     if (const auto started = _displayLink->start([this](auto) { return _displayLinkCallback(); });
         !started) {
         BRLog(BRLogWarning, PXErrorLine(started.error()));
-        _runningDisplayLink = nullptr;
         _displayLink.reset();
+        return;
     }
+    _runningDisplayLink = _displayLink.get();
+    // What came before found no link to wake.
+    _wakeDisplayLink();
 }
 
 void BRScreenRecorder::_setIsRecording(bool isRecording)
@@ -216,6 +268,7 @@ void BRScreenRecorder::stopRecording()
         PXMainThread::post(&_mainThread, [this] { _tellDelegateThatRecordingStopped(); });
         return;
     }
+    _platform.mainDisplay().setChangedHandler({});
     _damageSource->stop();
     BRLog(BRLogDebug, "BRScreenRecorder stopRecording: after unregistering screen refresh");
     _frameWriter->stopThread();
@@ -245,12 +298,10 @@ void BRScreenRecorder::_informDelegateRecordingStopped()
     BRLog(BRLogDebug, "BRScreenRecorder _informDelegateRecordingStopped:");
     {
         PXLock lock(_grabbingLock);
-        const PXRect wholeSelection = currentScreenSelectionRect();
-        _addDirtyRects({&wholeSelection, 1});
-        if (!_hasFailed) {
-            if (const auto grabbed = _grabRectsNow(PXTimeIntervalSinceReferenceDate()); !grabbed)
-                BRLog(BRLogError, PXErrorLine(grabbed.error()));
-        }
+        _addWholeSelection();
+        // Without it the recording ends on the frame before; the log says why.
+        if (!_hasFailed)
+            static_cast<void>(_grabRectsNow(PXTimeIntervalSinceReferenceDate()));
         BRLog(BRLogDebug, "BRScreenRecorder stopRecording: after _grabRectsNow:");
         _frameReader->flushRemainingDirtyRects();
         _frameWriter->writeFrameThatMustBeWritten();
@@ -312,7 +363,6 @@ void BRScreenRecorder::_fail(const PXError &error)
 {
     if (_hasFailed.exchange(true))
         return;
-    BRLog(BRLogError, PXErrorLine(error));
     {
         const PXLock lock(_failureLock);
         _failure = error;
@@ -327,7 +377,8 @@ void BRScreenRecorder::_tellDelegateOfFailure()
         const PXLock lock(_failureLock);
         failure = std::exchange(_failure, std::nullopt);
     }
-    if (failure && _delegate)
+    // After the end only the disk can fail, and that is in the log.
+    if (failure && _delegate && !_hasReported)
         _delegate->screenRecorderFailed(*this, *failure);
 }
 
@@ -359,10 +410,15 @@ void BRScreenRecorder::toggleCameraMode()
 
 std::optional<PXPoint> BRScreenRecorder::_mouseLocation()
 {
-    const auto pixel = _frameReader->cursorSource().pointerPixel();
-    if (!pixel)
+    // The answer about the cursor has told it; asking again would cost a round trip in each grab.
+    PXPixelRect pixel;
+    if (const std::optional<PXCursor> &cursor = _frameReader->capturedCursor())
+        pixel = cursor->pointerPixel;
+    else if (const auto asked = _frameReader->cursorSource().pointerPixel())
+        pixel = *asked;
+    else
         return std::nullopt;
-    return PXPointFromPixels(pixel->x, pixel->y, _platform.mainDisplay().bounds());
+    return PXPointFromPixels(pixel.x, pixel.y, _platform.mainDisplay().bounds());
 }
 
 void BRScreenRecorder::_setScreenSelectionRect(const PXRect &rect)
@@ -379,7 +435,7 @@ void BRScreenRecorder::_takeNoticeThatMouseMoved(PXPoint mouseLocation)
 {
     const BRScreenRecordingOptions options = _currentOptions();
     const PXPixelRect display = _platform.mainDisplay().bounds();
-    _setScreenSelectionRect(BRCenteredCameraRect(
+    _setScreenSelectionRect(BRCenterCameraRectAtMouseLocation(
         mouseLocation, options.screenSelectionSize,
         {static_cast<float>(display.width), static_cast<float>(display.height)}));
     if (_movieBounds && options.displayMovieBounds)

@@ -34,11 +34,11 @@ extern const QString kBRMovieInfoName;
 class BRScreenRecorderDelegate {
 public:
     /// Once, when everything is written. The recorder must not be destroyed before this has
-    /// returned; `QObject::deleteLater()` or a posted call is soon enough.
+    /// returned; a posted call (`PXMainThread::post`) is soon enough.
     virtual void screenRecorderDidStopRecording(BRScreenRecorder &recorder) = 0;
     /// Recording cannot go on: the disk is full, the display has gone. The owner is to call
     /// `stopRecording()`. At most once, and before the report of the end when the very last
-    /// frames could not be written.
+    /// frames could not be written; never after it.
     virtual void screenRecorderFailed(BRScreenRecorder &recorder, const PXError &error) = 0;
     /// Optional. Host time of frame 0 in nanoseconds, to line up the sound; from inside
     /// `startRecording()`.
@@ -65,9 +65,11 @@ protected:
 /// Records an area of the main display into a raw capture file.
 ///
 /// The display link's thread paces: it takes the damage, has the frame reader read the pixels and
-/// hands each frame to the writer's thread. Nothing runs while the screen is still. Records once;
-/// the owner makes a new recorder for each recording. Public calls on the main thread, unless
-/// said. Rectangles are in global coordinates, times in seconds of the reference-date clock.
+/// hands each frame to the writer's thread. While the screen is still the link rests, but for the
+/// status text once a second and, where the pointer counts, a question after it five times a
+/// second. Records once; the owner makes a new recorder for each recording. Public calls on the
+/// main thread, unless said. Rectangles are in global coordinates, times in seconds of the
+/// reference-date clock. While it records, the main display's changed handler is the recorder's.
 class BRScreenRecorder final : private BRFrameReaderDelegate {
 public:
     /// `statusItem` and `movieBounds` may be missing; what is given outlives the recorder.
@@ -78,7 +80,9 @@ public:
     BRScreenRecorder &operator=(const BRScreenRecorder &) = delete;
 
     /// Grabs the first frame, a whole one, before it returns. The capture's folder is
-    /// `moviesFolderPath`/`uuid`. On failure nothing was started.
+    /// `moviesFolderPath`/`uuid`. On failure nothing runs and it may be tried again; what stays is
+    /// the folder and files in it, where the failure came after they were made. A recorder that
+    /// has recorded, or reported its end, throws std::logic_error.
     [[nodiscard]] PXExpected<void> startRecording(const BRScreenRecordingOptions &options);
     /// Returns at once; `screenRecorderDidStopRecording` tells of the end. Calling it again does
     /// nothing.
@@ -110,6 +114,7 @@ private:
     void _setOptions(const BRScreenRecordingOptions &options);
     PXExpected<void> _createFrameReaderAndWriter();
     PXExpected<void> _grabFirstFrame();
+    void _takeBackStart();
     void _startDisplayLink();
     void _setIsRecording(bool isRecording);
     void _informDelegateRecordingStopped();
@@ -135,6 +140,7 @@ private:
         PX_REQUIRES(_grabbingLock);
     [[nodiscard]] bool _isTimeForKeyFrame(double time) const PX_REQUIRES(_grabbingLock);
     void _addDirtyRects(std::span<const PXRect> rects);
+    void _addWholeSelection();
     void _deliverFramesThatWaitedTooLong(double now) PX_REQUIRES(_grabbingLock);
     void _wakeDisplayLink();
 

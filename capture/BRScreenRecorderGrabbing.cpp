@@ -43,11 +43,8 @@ std::uint64_t BRScreenRecorder::_displayLinkCallback()
     const double elapsed = now - _absoluteTimeOfLastFrame;
     const bool isTime = elapsed > _interval || _interval - elapsed < kEarlyWindow;
     if (isTime && _maySomethingHaveChanged(now)) {
-        const auto grabbed = _grabRectsNow(now);
-        // A read that keeps failing is tried again at each refresh, and logged once.
-        if (!grabbed && !_lastReadFailed)
-            BRLog(BRLogWarning, PXErrorLine(grabbed.error()));
-        _lastReadFailed = !grabbed;
+        // What fails is tried again at the next refresh, unless it failed for good.
+        static_cast<void>(_grabRectsNow(now));
     } else {
         _updateStatusItem(now);
     }
@@ -148,10 +145,15 @@ PXExpected<void> BRScreenRecorder::_grabRectsNow(double time)
             = _frameReader->pushDirtyRects(rects, time - _absoluteTimeOfFirstFrame, selection);
         if (!pushed) {
             _addDirtyRects(rects);
-            if (pushed.error().code == PXDisplayLost)
+            if (PXIsDisplayLost(pushed.error()))
                 _fail(pushed.error());
+            // Once, however often it is tried again; what the display refused is in the log.
+            if (!_lastReadFailed && pushed.error().domain != kPXDisplayErrorDomain)
+                BRLog(BRLogWarning, PXErrorLine(pushed.error()));
+            _lastReadFailed = true;
             return pushed;
         }
+        _lastReadFailed = false;
         _previousCaptureRect = selection;
         _absoluteTimeOfLastFrame = _timeOfLastPush = time;
         ++_totalFramesGrabbed;
@@ -197,7 +199,8 @@ std::vector<PXRect> BRScreenRecorder::_rectsToGrab(const PXRect &cursorRect,
                                                    const BRScreenRecordingOptions &options)
 {
     const PXRect selection = options.screenSelectionRect;
-    const std::uint64_t cursorSerial = _frameReader->serialOfCapturedCursor();
+    const std::optional<PXCursor> &cursor = _frameReader->capturedCursor();
+    const std::uint64_t cursorSerial = cursor ? cursor->serial : 0;
     std::vector<PXRect> dirtyRects;
     {
         PXLock lock(_dirtyRectsLock);
@@ -212,13 +215,15 @@ std::vector<PXRect> BRScreenRecorder::_rectsToGrab(const PXRect &cursorRect,
     }
     _previousCursorRect = cursorRect;
     _previousCursorSerial = cursorSerial;
+    bool hasMoved = false;
     if (options.cameraMode == 1) {
         const PXPoint mouse = _mouseLocation().value_or(_lastMouseLocation);
-        const bool hasMoved = mouse != _lastMouseLocation;
+        hasMoved = mouse != _lastMouseLocation;
         _lastMouseLocation = mouse;
-        if (hasMoved || selection != _previousCaptureRect)
-            return {selection};
     }
+    // Also where the camera stands after it was told to stop following.
+    if (hasMoved || (_totalFramesGrabbed > 0 && selection != _previousCaptureRect))
+        return {selection};
     return BRMergeDirtyRects(dirtyRects, selection);
 }
 
@@ -232,6 +237,12 @@ void BRScreenRecorder::_addDirtyRects(std::span<const PXRect> rects)
 {
     PXLock lock(_dirtyRectsLock);
     _dirtyRects.insert(_dirtyRects.end(), rects.begin(), rects.end());
+}
+
+void BRScreenRecorder::_addWholeSelection()
+{
+    const PXRect selection = currentScreenSelectionRect();
+    _addDirtyRects({&selection, 1});
 }
 
 void BRScreenRecorder::_deliverFramesThatWaitedTooLong(double now)
@@ -259,9 +270,9 @@ void BRScreenRecorder::frameReaderDidGrabDirtyRects(BRFrameReader &, std::vector
                                                     double timestamp, const PXPixelView &buffer,
                                                     const PXRect &captureRect)
 {
-    const PXSize size = _currentOptions().screenSelectionSize;
-    const bool isKeyFrame
-        = dirtyRects.size() == 1 && dirtyRects.front() == PXRect{0, 0, size.width, size.height};
+    // All that the camera showed then, which is less than a frame where the screen is smaller.
+    const bool isKeyFrame = dirtyRects.size() == 1
+        && dirtyRects.front() == PXRect{0, 0, captureRect.width, captureRect.height};
     const auto replaced
         = _frameWriter->handOff({buffer, std::move(dirtyRects), std::move(rectsWithinBuffer),
                                  captureRect, timestamp, isKeyFrame});

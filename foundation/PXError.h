@@ -38,6 +38,12 @@ enum PXDisplayErrorCode {
     PXDisplayRequestRefused = 4, ///< One request failed; the connection lives.
 };
 
+/// The display server has gone, and nothing that is asked of it will work again.
+inline bool PXIsDisplayLost(const PXError &error)
+{
+    return error.code == PXDisplayLost && error.domain == kPXDisplayErrorDomain;
+}
+
 /// An error of the system: code and text of `errorNumber`, after what we were doing.
 /// "Could not open file /a/b: No such file or directory".
 PXError PXPOSIXError(int errorNumber, const QString &whatFailed, const QString &suggestion = {});

@@ -21,6 +21,7 @@ struct PXCursorImage {
 struct PXCursor {
     std::shared_ptr<const PXCursorImage> image; ///< Shared by all moments that show the same one.
     PXPixelRect rect; ///< Place of the picture: the pointer's place minus the hot spot.
+    PXPixelRect pointerPixel; ///< The pointer's place, as `pointerPixel()` tells it.
     std::uint64_t serial = 0; ///< Changes with the picture.
 };
 

@@ -9,7 +9,7 @@ namespace {
 constexpr int kWidth = 640;
 constexpr int kHeight = 360;
 constexpr int kFrames = 60;
-constexpr int kDiscs = 9;
+constexpr int kDiscs = 20;
 constexpr double kTurn = 2 * 3.14159265358979;
 
 std::uint32_t colour(double red, double green, double blue)
@@ -30,7 +30,7 @@ double dithered(double value, int x, int y)
     return 16 * std::floor((value + threshold) / 16);
 }
 
-/// A film of two seconds that repeats: a dithered sky whose light wanders, striped hills that pass
+/// A film of two seconds that repeats: a dithered sky whose light runs, striped hills that pass
 /// by and shaded discs, each about as hard for a lossless codec as drawn animation is.
 void paintFrame(const SharedPicture &film, int frame)
 {
@@ -39,7 +39,7 @@ void paintFrame(const SharedPicture &film, int frame)
     for (int y = 0; y < kHeight; ++y) {
         std::uint32_t *pixels = film.row(top + y);
         for (int x = 0; x < kWidth; ++x) {
-            const double light = dithered(40 * std::sin(5 * turn + x * 0.011 + y * 0.007), x, y);
+            const double light = dithered(40 * std::sin(11 * turn + x * 0.011 + y * 0.007), x, y);
             const double hill
                 = 250 + 50 * std::sin(x * 0.012 + turn) + 9 * std::sin(x * 0.07 - turn);
             if (y < hill)
@@ -54,7 +54,7 @@ void paintFrame(const SharedPicture &film, int frame)
         const double angle = turn + disc * kTurn / kDiscs;
         const double x0 = 320 + 250 * std::cos(angle);
         const double y0 = 170 + 110 * std::sin(angle * (1 + disc % 2));
-        const int radius = 18 + 3 * disc;
+        const int radius = 18 + 27 * disc / kDiscs;
         for (int y = -radius; y <= radius; ++y) {
             for (int x = -radius; x <= radius; ++x) {
                 const int px = static_cast<int>(x0) + x;

@@ -12,17 +12,25 @@ namespace {
 
 constexpr double kTurn = 2 * 3.14159265358979;
 
-/// Slanting gradients, each colour's of its own, as desktops ship them.
+/// A gradient from corner to corner through four colours, as desktops ship them.
 void paintWallpaper(const SharedPicture &picture)
 {
+    constexpr std::array<std::array<int, 3>, 4> kStops
+        = {{{24, 16, 88}, {220, 40, 120}, {255, 176, 60}, {40, 200, 210}}};
     const int longest = picture.width() + picture.height();
     for (int y = 0; y < picture.height(); ++y) {
         std::uint32_t *pixels = picture.row(y);
         for (int x = 0; x < picture.width(); ++x) {
-            const int red = 30 + 120 * (x + y) / longest;
-            const int green = 60 + 130 * (2 * x + y) / (2 * longest);
-            const int blue = 210 - 110 * (x + 2 * y) / (2 * longest);
-            pixels[x] = static_cast<std::uint32_t>(red << 16 | green << 8 | blue);
+            const int way = (x + y) * static_cast<int>(kStops.size() - 1);
+            const auto stop = static_cast<std::size_t>(way / longest);
+            std::uint32_t pixel = 0;
+            for (std::size_t channel = 0; channel < 3; ++channel) {
+                const int from = kStops.at(stop).at(channel);
+                const int to = kStops.at(stop + 1).at(channel);
+                pixel = pixel << 8U
+                    | static_cast<std::uint32_t>(from + (to - from) * (way % longest) / longest);
+            }
+            pixels[x] = pixel;
         }
     }
 }
@@ -40,10 +48,10 @@ public:
         paintWallpaper(_wallpaper);
         static_cast<void>(
             screen.mapWindow({0, 0, screen.width(), screen.height()}, _wallpaper.pixmap()));
-        _dragged.emplace(screen, _left(0), _top(0));
+        _dragged.emplace(screen, _left(0), _top(0), 80, 24, 10);
         BenchRandom random(seed);
-        for (int row = 0; row < Terminal::kRows; ++row)
-            _dragged->send(benchTextLine(random) + (row + 1 < Terminal::kRows ? "\r\n" : ""));
+        for (int row = 0; row < _dragged->rows(); ++row)
+            _dragged->send(benchTextLine(random) + (row + 1 < _dragged->rows() ? "\r\n" : ""));
         _dragged->wait();
         _cells.stampCounter(CounterPlace{}, 0);
         _counterWindow = screen.mapWindow(kPlace, _cells.pixmap());

@@ -9,11 +9,14 @@
 
 #include <cstdlib>
 
-Terminal::Terminal(const BenchScreen &screen, int x, int y)
-    : _screen(screen), _frame(screen.mapWindow({x, y, 1000, 700}, XCB_NONE))
+Terminal::Terminal(const BenchScreen &screen, int x, int y, int columns, int rows, int points)
+    : _screen(screen),
+      _columns(columns),
+      _rows(rows),
+      _frame(screen.mapWindow({x, y, screen.width(), screen.height()}, XCB_NONE))
 {
     _open();
-    _start();
+    _start(points);
     _fitFrame();
 }
 
@@ -38,18 +41,19 @@ void Terminal::_open()
     tcsetattr(_slave, TCSANOW, &settings);
 }
 
-void Terminal::_start()
+void Terminal::_start(int points)
 {
     const std::string into = std::to_string(_frame);
     const std::string far
         = "-S" + _name.substr(_name.rfind('/') + 1) + "/" + std::to_string(_master);
-    const std::string geometry = std::to_string(kColumns) + "x" + std::to_string(kRows);
+    const std::string size = std::to_string(points);
+    const std::string geometry = std::to_string(_columns) + "x" + std::to_string(_rows);
     _xterm = fork();
     if (_xterm == 0) {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         execlp("xterm", "xterm", "-into", into.c_str(), "-geometry", geometry.c_str(), "-b", "0",
-               "-bw", "0", "+sb", "-fa", "DejaVu Sans Mono", "-fs", "10", "-bg", "white", "-fg",
-               "black", far.c_str(), nullptr);
+               "-bw", "0", "+sb", "-fa", "DejaVu Sans Mono", "-fs", size.c_str(), "-bg", "white",
+               "-fg", "black", far.c_str(), nullptr);
         _exit(127);
     }
     close(_master);

@@ -36,7 +36,8 @@ public:
     [[nodiscard]] int height() const { return _height; }
     /// width * height * 4 bytes, top row first, rows without gaps; empty before the first frame.
     /// Stays where it is in memory and is changed by the next `readNextFrame`; once that answered
-    /// End it is still the last frame's.
+    /// End it is still the last frame's, save where a frame that was all there did not decode: its
+    /// rectangles before the bad one lie over it.
     [[nodiscard]] std::span<const std::byte> picture() const;
 
     /// Of the frame read last. Rectangles are pixels of the selection, y up.

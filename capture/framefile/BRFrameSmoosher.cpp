@@ -32,6 +32,41 @@ void forPixels(const std::byte *from, std::byte *to, std::size_t pixels, Operati
     std::memcpy(to + i * 4, &rest, (pixels - i) * 4);
 }
 
+void packOpaqueRow(const std::byte *from, std::byte *to, std::size_t pixels)
+{
+    forPixels(from, to, pixels, [](BRPixelVector some) { return some | 0xFF000000U; });
+}
+
+#if defined(__x86_64__)
+/// The same a cache line at a time: the pixels come from memory that another core has written, and
+/// with narrow loads the processor waits for too few lines at once.
+[[gnu::target("avx2")]] void packOpaqueRowWide(const std::byte *from, std::byte *to,
+                                               std::size_t pixels)
+{
+    using Half [[gnu::vector_size(32)]] = std::uint32_t;
+    Half line[2];
+    constexpr std::size_t kPixels = sizeof line / 4;
+    for (; pixels >= kPixels; pixels -= kPixels, from += sizeof line, to += sizeof line) {
+        std::memcpy(line, from, sizeof line);
+        line[0] |= 0xFF000000U;
+        line[1] |= 0xFF000000U;
+        std::memcpy(to, line, sizeof line);
+    }
+    packOpaqueRow(from, to, pixels);
+}
+#endif
+
+using PackRow = void (*)(const std::byte *, std::byte *, std::size_t);
+
+PackRow fastestPackOpaqueRow()
+{
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2"))
+        return packOpaqueRowWide;
+#endif
+    return packOpaqueRow;
+}
+
 void swapRows(std::byte *a, std::byte *b, std::size_t bytes)
 {
     // Small enough to stay in the nearest cache.
@@ -143,10 +178,10 @@ void overlayDirtyRect(const std::byte *dirtyRect, std::byte *onPixelBuffer,
 void packOpaqueRows(const std::byte *lowestRow, std::ptrdiff_t bytesPerRow, int width, int height,
                     std::byte *intoBuffer)
 {
+    static const PackRow packRow = fastestPackOpaqueRow();
     const auto pixels = static_cast<std::size_t>(width);
     for (int y = 0; y < height; ++y) {
-        forPixels(lowestRow + y * bytesPerRow, intoBuffer, pixels,
-                  [](BRPixelVector some) { return some | 0xFF000000U; });
+        packRow(lowestRow + y * bytesPerRow, intoBuffer, pixels);
         intoBuffer += pixels * 4;
     }
 }

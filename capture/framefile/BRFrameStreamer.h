@@ -147,8 +147,8 @@ private:
                                             int lossyLevel);
     PXExpected<void> _allocateWritingBuffers();
     void v2_writeHeader();
-    PXExpected<void> v2_writeFrame(std::uint32_t numberOfRects, double timestamp,
-                                   std::uint32_t flags);
+    PXExpected<void> v2_writeFrameWithNumberOfRects(std::uint32_t numberOfRects, double timestamp,
+                                                    std::uint32_t flags);
     void compression_None_writeDirtyRect(const RectangleRecord &record, const std::byte *lowestRow,
                                          std::ptrdiff_t bytesPerRow);
     void compression_LZO_writeDirtyRect(const RectangleRecord &record, const std::byte *lowestRow,

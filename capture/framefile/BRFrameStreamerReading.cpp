@@ -116,9 +116,9 @@ void BRFrameStreamer::v2_readFrameIndex()
         return;
     _numberOfIndexRecords = stream.length() / BRFrameFormat::kV2IndexRecordLength;
     const std::uint64_t usable = std::min<std::uint64_t>(_numberOfIndexRecords, mNumberOfFrames);
-    mV2FrameIndex.reserve(usable);
-    // The position of a record that was not written yet, or one of another file, would take a
-    // reader into the middle of pixels: from the first that cannot be on none is used.
+    // Room is not made ahead: neither the header's count nor a sparse file's length is to be
+    // believed. The position of a record that was not written yet, or one of another file, would
+    // take a reader into the middle of pixels: from the first that cannot be on none is used.
     BRFrameIndexRecord previous{0, BRFrameFormat::kV2HeaderLength - 1, 0, 0};
     for (std::uint64_t i = 0; i < usable; ++i) {
         BRFrameIndexRecord record;

@@ -4,10 +4,10 @@
 #include "capture/framefile/BRRowCodecs.h"
 #include "foundation/BRLog.h"
 
-#include <QFileInfo>
-#include <QSaveFile>
+#include <QFile>
 
 #include <lzo/lzo1x.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -60,26 +60,23 @@ PXExpected<void> BRFrameStreamer::openFilePathForWriting(PXSize selectionSize,
     if (!made)
         return made;
 
-    // A file of its own: whoever still has the one of before open cannot write into this one.
-    QSaveFile emptyFile(mFilePath);
-    errno = 0;
-    if (!emptyFile.open(QIODevice::WriteOnly) || !emptyFile.commit()) {
-        int errorNumber = errno;
-        // Qt finds some refusals out by itself, without a system call that leaves a number behind.
-        if (QFileInfo(mFilePath).isDir())
-            errorNumber = EISDIR;
-        else if (errorNumber == 0)
-            errorNumber = EACCES;
+    constexpr unsigned flags
+        = PXBinaryStream::Read | PXBinaryStream::Write | PXBinaryStream::LittleEndian;
+    // A file of its own: whoever still has the one of before open cannot write into this one. Not
+    // by QSaveFile, which waits for the disk, and the first grab with it.
+    int errorNumber = unlink(QFile::encodeName(mFilePath).constData()) == 0 ? 0 : errno;
+    if (errorNumber == ENOENT)
+        errorNumber = 0;
+    if (errorNumber == 0) {
+        if (const auto opened = mFileStream.open(flags); !opened)
+            errorNumber = opened.error().code;
+    }
+    if (errorNumber != 0) {
         BRLog(BRLogError, "BRFrameStreamer Error: Could not create the file streamer file.");
         return PXFail(PXPOSIXError(errorNumber, u"Could not create file "_s + mFilePath));
     }
-    constexpr unsigned flags
-        = PXBinaryStream::Read | PXBinaryStream::Write | PXBinaryStream::LittleEndian;
-    for (PXBinaryStream *stream : {&mV2FrameIndexFileStream, &mFileStream}) {
-        auto opened = stream->open(flags);
-        if (!opened)
-            return opened;
-    }
+    if (auto opened = mV2FrameIndexFileStream.open(flags); !opened)
+        return opened;
     mFileStream.setFileBufferSize(kFileBufferSize);
     v2_writeHeader();
     return mFileStream.flush();
@@ -133,12 +130,13 @@ PXExpected<void> BRFrameStreamer::writeFrameWithDirtyRects(std::span<const PXRec
         throw std::logic_error("BRFrameStreamer: the frame before misses rectangles");
     const PXRect wholeSelection{0, 0, mSelectionSize.width, mSelectionSize.height};
     const bool isKeyFrame = dirtyRects.size() == 1 && dirtyRects[0] == wholeSelection;
-    return v2_writeFrame(static_cast<std::uint32_t>(dirtyRects.size()), timestamp,
-                         isKeyFrame ? BRFrameFormat::kKeyFrameFlag : 0);
+    return v2_writeFrameWithNumberOfRects(static_cast<std::uint32_t>(dirtyRects.size()), timestamp,
+                                          isKeyFrame ? BRFrameFormat::kKeyFrameFlag : 0);
 }
 
-PXExpected<void> BRFrameStreamer::v2_writeFrame(std::uint32_t numberOfRects, double timestamp,
-                                                std::uint32_t flags)
+PXExpected<void> BRFrameStreamer::v2_writeFrameWithNumberOfRects(std::uint32_t numberOfRects,
+                                                                 double timestamp,
+                                                                 std::uint32_t flags)
 {
     _openFrame = OpenFrame{mFileStream.position(), timestamp,         flags,
                            numberOfRects,          mBytesReadWritten, std::nullopt};
@@ -318,7 +316,10 @@ PXExpected<void> BRFrameStreamer::_patchHeader(std::uint64_t position, Write wri
     write();
     mBytesReadWritten += mFileStream.position() - position;
     mFileStream.setPosition(here);
-    return mFileStream.flush();
+    auto flushed = mFileStream.flush();
+    if (!flushed)
+        BRLog(BRLogError, flushed.error().description);
+    return flushed;
 }
 
 void BRFrameStreamer::close()

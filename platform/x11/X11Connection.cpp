@@ -4,6 +4,8 @@
 
 #include <sys/socket.h>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -18,9 +20,11 @@ const xcb_screen_t *screenOfNumber(xcb_connection_t *connection, int number)
 
 } // namespace
 
-PXExpected<std::unique_ptr<X11Connection>> X11Connection::open(const QString &displayName)
+PXExpected<std::unique_ptr<X11Connection>>
+X11Connection::open(const QString &displayName, std::shared_ptr<std::atomic<bool>> lossIsLogged)
 {
     std::unique_ptr<X11Connection> result(new X11Connection);
+    result->_lossIsLogged = std::move(lossIsLogged);
     result->_displayName = displayName.isEmpty() ? qEnvironmentVariable("DISPLAY") : displayName;
     const QByteArray name = result->_displayName.toLocal8Bit();
     result->_connection.reset(xcb_connect(name.constData(), &result->_screenNumber));
@@ -49,6 +53,15 @@ bool X11Connection::hasExtension(xcb_extension_t &extension) const
 {
     const auto *data = xcb_get_extension_data(get(), &extension);
     return data && data->present;
+}
+
+PXExpected<std::uint8_t> X11Connection::firstEventOf(xcb_extension_t &extension)
+{
+    // xcb forgets what it knew once the connection is lost.
+    const auto *data = xcb_get_extension_data(get(), &extension);
+    if (!data)
+        return PXFail(lostError());
+    return data->first_event;
 }
 
 bool X11Connection::isServersOwn(std::uint32_t id) const
@@ -81,7 +94,7 @@ PXError X11Connection::failure(const char *request, const xcb_generic_error_t *e
 PXError X11Connection::lostError()
 {
     const int status = xcb_connection_has_error(get());
-    if (!_lossIsLogged.exchange(true))
+    if (!_lossIsLogged->exchange(true))
         BRLog(BRLogError,
               u"Lost the connection to display \"%1\" (%2)"_s.arg(_displayName).arg(status));
     return {kPXDisplayErrorDomain,

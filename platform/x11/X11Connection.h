@@ -6,6 +6,7 @@
 #include <xcb/xcb.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <type_traits>
@@ -18,8 +19,12 @@ using X11Event = X11Reply<xcb_generic_event_t>;
 /// only one may read its events. A failing request is logged here, a lost server once.
 class X11Connection final {
 public:
-    /// An empty name takes DISPLAY.
-    static PXExpected<std::unique_ptr<X11Connection>> open(const QString &displayName);
+    /// An empty name takes DISPLAY. Connections to one display are lost together: those that share
+    /// `lossIsLogged` write one line about it. Shared, since any of them may be the last to go.
+    static PXExpected<std::unique_ptr<X11Connection>>
+    open(const QString &displayName,
+         std::shared_ptr<std::atomic<bool>> lossIsLogged
+         = std::make_shared<std::atomic<bool>>(false));
 
     [[nodiscard]] xcb_connection_t *get() const { return _connection.get(); }
     [[nodiscard]] const xcb_screen_t &screen() const { return *_screen; }
@@ -29,6 +34,9 @@ public:
     [[nodiscard]] bool isLocal() const;
     [[nodiscard]] bool isLost() const { return xcb_connection_has_error(get()) != 0; }
     [[nodiscard]] bool hasExtension(xcb_extension_t &extension) const;
+    /// The number of the first event of an extension that the server has; an error when the
+    /// connection is lost.
+    PXExpected<std::uint8_t> firstEventOf(xcb_extension_t &extension);
     /// Whether `id` was made by the server itself: the root, a compositor's overlay window.
     [[nodiscard]] bool isServersOwn(std::uint32_t id) const;
 
@@ -59,5 +67,5 @@ private:
     PXHandle<xcb_connection_t, xcb_disconnect> _connection;
     int _screenNumber = 0;
     const xcb_screen_t *_screen = nullptr; // The connection's.
-    std::atomic<bool> _lossIsLogged = false;
+    std::shared_ptr<std::atomic<bool>> _lossIsLogged;
 };

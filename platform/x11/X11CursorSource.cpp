@@ -35,12 +35,16 @@ PXExpected<std::unique_ptr<X11CursorSource>>
 X11CursorSource::onConnections(std::unique_ptr<X11Connection> questions,
                                std::unique_ptr<X11Connection> events)
 {
-    std::unique_ptr<X11CursorSource> result(new X11CursorSource(std::move(questions)));
-    X11Connection &c = *result->_connection;
-    if (auto version = c.reply<xcb_xfixes_query_version_reply>(
-            "xcb_xfixes_query_version", xcb_xfixes_query_version(c.get(), 5, 0));
+    if (auto version = questions->reply<xcb_xfixes_query_version_reply>(
+            "xcb_xfixes_query_version", xcb_xfixes_query_version(questions->get(), 5, 0));
         !version)
         return PXFail(std::move(version).error());
+    const auto firstEvent = questions->firstEventOf(xcb_xfixes_id);
+    if (!firstEvent)
+        return PXFail(firstEvent.error());
+    const auto cursorNotify = static_cast<std::uint8_t>(*firstEvent + XCB_XFIXES_CURSOR_NOTIFY);
+    std::unique_ptr<X11CursorSource> result(
+        new X11CursorSource(std::move(questions), cursorNotify));
     auto watch = X11PointerWatch::onConnection(std::move(events));
     if (!watch)
         return PXFail(std::move(watch).error());
@@ -48,10 +52,9 @@ X11CursorSource::onConnections(std::unique_ptr<X11Connection> questions,
     return result;
 }
 
-X11CursorSource::X11CursorSource(std::unique_ptr<X11Connection> connection)
-    : _connection(std::move(connection)),
-      _cursorNotify(xcb_get_extension_data(_connection->get(), &xcb_xfixes_id)->first_event
-                    + XCB_XFIXES_CURSOR_NOTIFY)
+X11CursorSource::X11CursorSource(std::unique_ptr<X11Connection> connection,
+                                 std::uint8_t cursorNotify)
+    : _connection(std::move(connection)), _cursorNotify(cursorNotify)
 {
 }
 
@@ -73,7 +76,7 @@ PXExpected<std::optional<PXCursor>> X11CursorSource::cursor()
         return std::optional<PXCursor>();
     const PXPixelRect rect = {_place.x - _picture.hotSpot.x, _place.y - _picture.hotSpot.y,
                               _picture.image->width, _picture.image->height};
-    return PXCursor{_picture.image, rect, _picture.serial};
+    return PXCursor{_picture.image, rect, {_place.x, _place.y, 1, 1}, _picture.serial};
 }
 
 PXExpected<PXPixelRect> X11CursorSource::pointerPixel()

@@ -38,7 +38,7 @@ private:
         std::uint64_t serial = 0;
     };
 
-    explicit X11CursorSource(std::unique_ptr<X11Connection> connection);
+    X11CursorSource(std::unique_ptr<X11Connection> connection, std::uint8_t cursorNotify);
     PXExpected<void> _askPlace();
     [[nodiscard]] bool _isPlaceKnown() const;
     PXExpected<void> _askPicture();
@@ -46,7 +46,7 @@ private:
     void _forgetQuestion();
 
     std::unique_ptr<X11Connection> _connection;
-    std::uint8_t _cursorNotify; ///< The event's number.
+    const std::uint8_t _cursorNotify; ///< The event's number.
     Place _place; ///< As told last.
     Picture _picture; ///< As told last.
     bool _pictureChanged = true;

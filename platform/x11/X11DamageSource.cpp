@@ -37,18 +37,21 @@ X11DamageSource::onConnections(std::unique_ptr<X11Connection> events,
     for (X11Connection *connection : {events.get(), requests.get()})
         if (auto greeted = greet(*connection); !greeted)
             return PXFail(std::move(greeted).error());
+    const auto ofDamage = events->firstEventOf(xcb_damage_id);
+    const auto ofFixes = events->firstEventOf(xcb_xfixes_id);
+    if (!ofDamage || !ofFixes)
+        return PXFail(ofDamage ? ofFixes.error() : ofDamage.error());
     return std::unique_ptr<X11DamageSource>(
-        new X11DamageSource(std::move(events), std::move(requests)));
+        new X11DamageSource(std::move(events), std::move(requests), *ofDamage, *ofFixes));
 }
 
 X11DamageSource::X11DamageSource(std::unique_ptr<X11Connection> events,
-                                 std::unique_ptr<X11Connection> requests)
+                                 std::unique_ptr<X11Connection> requests,
+                                 std::uint8_t firstDamageEvent, std::uint8_t firstFixesEvent)
     : _events(std::move(events)),
       _requests(std::move(requests)),
-      _damageNotify(xcb_get_extension_data(_events->get(), &xcb_damage_id)->first_event
-                    + XCB_DAMAGE_NOTIFY),
-      _selectionNotify(xcb_get_extension_data(_events->get(), &xcb_xfixes_id)->first_event
-                       + XCB_XFIXES_SELECTION_NOTIFY),
+      _damageNotify(firstDamageEvent + XCB_DAMAGE_NOTIFY),
+      _selectionNotify(firstFixesEvent + XCB_XFIXES_SELECTION_NOTIFY),
       _ofRoot(_requests->get()),
       _repainted(_requests->get()),
       _gathered(_requests->get()),

@@ -32,7 +32,8 @@ public:
     PXExpected<void> takeDamage(std::vector<PXPixelRect> &rects) override;
 
 private:
-    X11DamageSource(std::unique_ptr<X11Connection> events, std::unique_ptr<X11Connection> requests);
+    X11DamageSource(std::unique_ptr<X11Connection> events, std::unique_ptr<X11Connection> requests,
+                    std::uint8_t firstDamageEvent, std::uint8_t firstFixesEvent);
     PXExpected<void> _watchCompositor();
     void _setCompositor(bool isThere);
     void _screenWasPainted();

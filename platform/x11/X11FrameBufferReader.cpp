@@ -116,6 +116,16 @@ std::vector<PXPixelRect> imagesFor(std::span<const PXPixelRect> rects)
     return {rects.begin(), rects.end()};
 }
 
+PXError tooFewPixels()
+{
+    BRLog(BRLogError, "xcb_get_image() gave fewer pixels than were asked for");
+    return {kPXDisplayErrorDomain,
+            PXDisplayRequestRefused,
+            u"The display gave fewer pixels than it has"_s,
+            {},
+            {}};
+}
+
 } // namespace
 
 PXExpected<std::unique_ptr<X11FrameBufferReader>>
@@ -197,9 +207,24 @@ PXExpected<void> X11FrameBufferReader::_read(std::span<const PXPixelRect> rects,
         auto done = _way == X11PixelWay::SharedPixmap ? _readByPixmap(_visible, area, buffer)
             : _way == X11PixelWay::SharedImage        ? _readBySharedImage(_visible, area, buffer)
                                                       : _readByPlainImage(_visible, area, buffer);
-        if (_root == root || _connection->isLost())
+        if (_connection->isLost())
             return done;
+        if (_root != root)
+            continue;
+        if (done || _hasRead || !_takeNextWay()) {
+            _hasRead |= done.has_value() && !_visible.empty();
+            return done;
+        }
     }
+}
+
+bool X11FrameBufferReader::_takeNextWay()
+{
+    if (_way == X11PixelWay::PlainImage)
+        return false;
+    _way = _way == X11PixelWay::SharedPixmap ? X11PixelWay::SharedImage : X11PixelWay::PlainImage;
+    BRLog(BRLogWarning, "The X server cannot do what it offers; reading is slower.");
+    return true;
 }
 
 PXExpected<void> X11FrameBufferReader::_findRootSize()
@@ -296,7 +321,9 @@ PXExpected<void> X11FrameBufferReader::_readByPlainImage(std::span<const PXPixel
         if (!reply)
             result = PXFail(std::move(reply).error());
         else if (static_cast<std::size_t>(xcb_get_image_data_length(reply->get()))
-                 >= bytesOf(images[i]))
+                 < bytesOf(images[i]))
+            result = PXFail(tooFewPixels());
+        else
             layInPlace(reinterpret_cast<const std::byte *>(xcb_get_image_data(reply->get())),
                        images[i], area, buffer.bytes());
     }

@@ -36,9 +36,12 @@ private:
     PXExpected<void> _readByPlainImage(std::span<const PXPixelRect> visible,
                                        const PXPixelRect &area, X11PixelBuffer &buffer);
     PXExpected<void> _makeScratch(std::size_t size);
+    /// To a way that asks less of the server; false when there is none.
+    bool _takeNextWay();
 
     std::unique_ptr<X11Connection> _connection;
     X11PixelWay _way;
+    bool _hasRead = false; ///< The way has worked: what is refused now has another reason.
     PXPixelRect _root; ///< What the server said last; screens change their size.
     X11GraphicsContext _copyContext;
     std::unique_ptr<X11PixelBuffer> _scratch; ///< Packed rectangles before they are laid in place.

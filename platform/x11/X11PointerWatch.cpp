@@ -19,9 +19,12 @@ X11PointerWatch::onConnection(std::unique_ptr<X11Connection> connection)
         // pointer: with an open menu the cursor would stand still.
         auto version = c.reply<xcb_input_xi_query_version_reply>(
             "xcb_input_xi_query_version", xcb_input_xi_query_version(c.get(), 2, 2));
-        if (!version)
+        // A server that has only the extension's first version refuses the question.
+        if (!version && PXIsDisplayLost(version.error()))
             return PXFail(std::move(version).error());
-        result->_hasRawMotion = (*version)->major_version > 2 || (*version)->minor_version >= 1;
+        result->_hasRawMotion = version
+            && ((*version)->major_version > 2
+                || ((*version)->major_version == 2 && (*version)->minor_version >= 1));
     }
     if (!result->_hasRawMotion)
         BRLog(BRLogWarning, "The X server reports no raw motion; the cursor moves in steps.");

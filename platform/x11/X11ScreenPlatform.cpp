@@ -10,6 +10,7 @@
 #include <xcb/randr.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 
 using namespace Qt::StringLiterals;
@@ -90,9 +91,10 @@ void ignoreBrokenPipes()
 
 class X11Screen final : public PXScreenPlatform {
 public:
-    X11Screen(QString displayName, X11PixelWay pixelWay,
-              std::unique_ptr<X11MainDisplay> mainDisplay)
+    X11Screen(QString displayName, std::shared_ptr<std::atomic<bool>> lossIsLogged,
+              X11PixelWay pixelWay, std::unique_ptr<X11MainDisplay> mainDisplay)
         : _displayName(std::move(displayName)),
+          _lossIsLogged(std::move(lossIsLogged)),
           _pixelWay(pixelWay),
           _mainDisplay(std::move(mainDisplay))
     {
@@ -112,7 +114,7 @@ public:
 
     PXExpected<std::unique_ptr<PXFrameBufferReader>> makeFrameBufferReader() override
     {
-        auto connection = X11Connection::open(_displayName);
+        auto connection = X11Connection::open(_displayName, _lossIsLogged);
         if (!connection)
             return PXFail(std::move(connection).error());
         return X11FrameBufferReader::onConnection(*std::move(connection), _pixelWay);
@@ -123,7 +125,7 @@ public:
         // The server's timer would do what ours does, and wake two processes for it instead of one.
         if (!_mainDisplay->hasRefreshes())
             return std::make_unique<X11DisplayLink>(*_mainDisplay, nullptr);
-        auto connection = X11Connection::open(_displayName);
+        auto connection = X11Connection::open(_displayName, _lossIsLogged);
         if (!connection)
             return PXFail(std::move(connection).error());
         auto blank = X11VerticalBlank::onConnection(*std::move(connection), _mainDisplay->bounds());
@@ -134,16 +136,17 @@ private:
     template <typename Service, typename Make>
     PXExpected<std::unique_ptr<Service>> _onTwoConnections(Make make)
     {
-        auto first = X11Connection::open(_displayName);
+        auto first = X11Connection::open(_displayName, _lossIsLogged);
         if (!first)
             return PXFail(std::move(first).error());
-        auto second = X11Connection::open(_displayName);
+        auto second = X11Connection::open(_displayName, _lossIsLogged);
         if (!second)
             return PXFail(std::move(second).error());
         return make(*std::move(first), *std::move(second));
     }
 
     const QString _displayName;
+    const std::shared_ptr<std::atomic<bool>> _lossIsLogged; // All connections'.
     const X11PixelWay _pixelWay;
     std::unique_ptr<X11MainDisplay> _mainDisplay;
 };
@@ -154,10 +157,12 @@ PXExpected<std::unique_ptr<PXScreenPlatform>> X11ScreenPlatform::open(const QStr
                                                                       X11PixelWay pixelWay)
 {
     ignoreBrokenPipes();
-    auto connection = X11Connection::open(displayName);
+    const auto lossIsLogged = std::make_shared<std::atomic<bool>>(false);
+    auto connection = X11Connection::open(displayName, lossIsLogged);
     if (!connection)
         return PXFail(isWaylandSession() ? needsX11Session() : std::move(connection).error());
-    if (isWaylandSession() && isXwayland(**connection))
+    // Whatever the session says of itself: a shell of another one may have DISPLAY alone.
+    if (isXwayland(**connection))
         return PXFail(needsX11Session());
     if (const char *missing = missingExtension(**connection))
         return PXFail({kPXDisplayErrorDomain,
@@ -168,5 +173,6 @@ PXExpected<std::unique_ptr<PXScreenPlatform>> X11ScreenPlatform::open(const QStr
     auto mainDisplay = X11MainDisplay::onConnection(*std::move(connection));
     if (!mainDisplay)
         return PXFail(std::move(mainDisplay).error());
-    return std::make_unique<X11Screen>(displayName, pixelWay, *std::move(mainDisplay));
+    return std::make_unique<X11Screen>(displayName, lossIsLogged, pixelWay,
+                                       *std::move(mainDisplay));
 }

@@ -24,7 +24,7 @@ const PlacementCase kCenteredCases[] = {
 TEST(CameraPlacement, CenteredAndInsideTheScreen)
 {
     for (const PlacementCase &c : kCenteredCases)
-        EXPECT_EQ(BRCenteredCameraRect(c.mouse, c.size, kScreen), c.camera) << c.name;
+        EXPECT_EQ(BRCenterCameraRectAtMouseLocation(c.mouse, c.size, kScreen), c.camera) << c.name;
 }
 
 const PlacementCase kLazyCases[] = {
@@ -39,7 +39,8 @@ TEST(CameraPlacement, LazyMovesOnlyNearAnEdge)
 {
     for (const PlacementCase &c : kLazyCases) {
         const PXRect current{250, 250, c.size.width, c.size.height};
-        EXPECT_EQ(BRLazyCameraRect(c.mouse, current, kScreen), c.camera) << c.name;
+        EXPECT_EQ(BRLazilySetCameraRectWithMouseLocation(c.mouse, current, kScreen), c.camera)
+            << c.name;
     }
 }
 

@@ -1,11 +1,13 @@
 #include "capture/BRFrameWriter.h"
 #include "capture/framefile/BRFrameAssembler.h"
+#include "tests/support/FileSizeLimit.h"
 
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
 
 #include <future>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -23,8 +25,12 @@ protected:
         auto made = BRFrameWriter::withStreamer(
             [this] {
                 // The thread's own streamer waits here, so that a test can fill the mailbox first.
-                if (++streamersMade == 2)
+                std::optional<FileSizeLimit> limit;
+                if (++streamersMade == 2) {
                     mayWrite.get_future().wait();
+                    if (isDiskFullForThread)
+                        limit.emplace(1);
+                }
                 return BRFrameStreamer::withFilePathForWriting(path, {kSide, kSide},
                                                                BRRawCompression::LZO, 0);
             },
@@ -57,6 +63,7 @@ protected:
     std::atomic<int> streamersMade = 0;
     std::atomic<int> failures = 0;
     std::promise<void> mayWrite;
+    std::atomic<bool> isDiskFullForThread = false;
     std::unique_ptr<BRFrameWriter> writer;
 };
 
@@ -101,6 +108,20 @@ TEST_F(FrameWriterTest, AClosedMailboxWritesAtOnceAndInOrder)
     EXPECT_FALSE(writer->handOff(frame(1, false)));
     EXPECT_EQ(writer->totalFramesWritten(), 2U);
     EXPECT_TRUE(writer->isMailboxEmpty());
+    ASSERT_TRUE(writer->finish(1, 2));
+    EXPECT_EQ(timestampsInFile(), (std::vector<double>{0, 1}));
+}
+
+TEST_F(FrameWriterTest, FilesThatTheThreadCannotMakeAreMadeForTheLastFrames)
+{
+    isDiskFullForThread = true;
+    writer->startThread();
+    EXPECT_FALSE(writer->handOff(frame(0, true)));
+    mayWrite.set_value();
+    writer->stopThread();
+    EXPECT_EQ(failures, 1);
+    writer->closeMailbox();
+    EXPECT_FALSE(writer->handOff(frame(1, false)));
     ASSERT_TRUE(writer->finish(1, 2));
     EXPECT_EQ(timestampsInFile(), (std::vector<double>{0, 1}));
 }

@@ -5,10 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <cerrno>
 #include <optional>
+#include <stdexcept>
 
 using namespace Qt::StringLiterals;
 
@@ -134,15 +136,54 @@ TEST(ScreenRecorder, TheCameraFollowsThePointerAndComesToRestOverIt)
     options.cameraMode = 1;
     options.showCursor = false;
     options.screenSelectionSize = {200, 100};
+    options.numberOfFramesPerSecond = 5; // Time enough to stop the camera between two grabs.
     ASSERT_TRUE(session.start(options));
-    EXPECT_EQ(session.recorder().currentScreenSelectionRect(), (PXRect{0, 250, 200, 100}));
+    BRScreenRecorder &recorder = session.recorder();
+    EXPECT_EQ(recorder.currentScreenSelectionRect(), (PXRect{0, 250, 200, 100}));
     session.waitForFrames(1);
     display.movePointerBy(300, 150);
     // One grab sees that the pointer moved, the next shows the new place, with nothing else moving.
     session.waitForFrames(3);
+    EXPECT_EQ(session.frames().back().picture, display.screenshot().copy(300, 200, 200, 100));
+
+    // A camera that is told to stay is shown where it had just gone to.
+    display.movePointerBy(-150, -100);
+    const PXRect newPlace{150, 200, 200, 100};
+    session.waitUntil([&] { return recorder.currentScreenSelectionRect() == newPlace; });
+    recorder.toggleCameraMode();
+    display.movePointerBy(150, 100);
+    session.waitForFrames(5);
+    EXPECT_EQ(session.frames().back().picture, display.screenshot().copy(150, 100, 200, 100));
+    EXPECT_EQ(recorder.currentScreenSelectionRect(), newPlace);
+    session.stop();
+}
+
+TEST(ScreenRecorder, AMainDisplayThatMovesIsReadAgainWhereItIs)
+{
+    const VirtualDisplay display(600, 400);
+    PaintedWindow window(display, {0, 0, 600, 400}, 0x506070);
+    std::mt19937 random(6);
+    window.fillAtRandom(random, 200);
+    window.setCursor(16, 0, 0);
+    display.warpPointer(20, 320);
+    const QImage screen = display.screenshot();
+    RecordingSession session(display);
+    auto options = session.options();
+    options.screenSelectionRect = {0, 0, 100, 100};
+    options.screenSelectionSize = {100, 100};
+    ASSERT_TRUE(session.start(options));
+    // Nothing is painted, so no damage tells of it; and the first frame still waits in the ring.
+    display.moveMainDisplay({10, 0, 500, 390});
+    session.waitForFrames(2);
     const auto frames = session.frames();
-    EXPECT_EQ(frames.back().picture, display.screenshot().copy(300, 200, 200, 100));
-    session.recorder().toggleCameraMode();
+    const QPoint origins[] = {{0, 300}, {10, 290}};
+    for (std::size_t i = 0; i < 2; ++i) {
+        const QRect cursor(QPoint(20, 320) - origins[i], QSize(16, 16));
+        EXPECT_EQ(frames[i].picture.pixel(cursor.topLeft()), 0xFFFF0000U) << i;
+        EXPECT_EQ(withoutCursorAt(frames[i].picture, cursor),
+                  withoutCursorAt(screen.copy(QRect(origins[i], QSize(100, 100))), cursor))
+            << i;
+    }
     session.stop();
 }
 
@@ -197,6 +238,18 @@ TEST(ScreenRecorder, AFullDiskEndsTheRecordingAndKeepsItsFrames)
     EXPECT_EQ(session.timesStopped, 1);
 }
 
+TEST(ScreenRecorder, FilesThatCannotBeStoredEndTheRecording)
+{
+    const VirtualDisplay display(200, 100);
+    RecordingSession session(display);
+    ASSERT_TRUE(session.start(session.options()));
+    session.waitForFrames(1);
+    ASSERT_TRUE(QFile::remove(session.filePath()));
+    session.waitUntil([&] { return session.failure.has_value(); });
+    EXPECT_EQ(session.failure->code, ENOENT);
+    session.stop();
+}
+
 TEST(ScreenRecorder, ALostDisplayIsReportedAndKeepsWhatWasGrabbed)
 {
     VirtualDisplay display(400, 300);
@@ -223,22 +276,28 @@ TEST(ScreenRecorder, StoppingReportsOnceHoweverItIsCalled)
     auto options = refused.options();
     options.numberOfFramesPerSecond = 0;
     EXPECT_FALSE(refused.start(options));
+    for (const PXSize &size : {PXSize{0, 10}, PXSize{10, 40'000}, PXSize{1e30F, 10}}) {
+        options = refused.options();
+        options.screenSelectionSize = size;
+        EXPECT_FALSE(refused.start(options)) << size.width;
+    }
     options = refused.options();
-    options.screenSelectionSize = {0, 10};
+    options.videoCompression = 3;
     EXPECT_FALSE(refused.start(options));
     EXPECT_FALSE(refused.recorder().isRecording());
     refused.stop();
+    EXPECT_THROW((void)refused.start(refused.options()), std::logic_error);
 
     RecordingSession twice(display);
     ASSERT_TRUE(twice.start(twice.options()));
+    EXPECT_THROW((void)twice.start(twice.options()), std::logic_error);
     twice.recorder().stopRecording();
     twice.stop();
     EXPECT_EQ(twice.timesStopped, 1);
 
-    // Destroying a recorder that runs leaves a whole file.
+    // Destroying a recorder that runs leaves a whole file, with what waited in the ring.
     RecordingSession destroyed(display);
     ASSERT_TRUE(destroyed.start(destroyed.options()));
-    destroyed.waitForFrames(1);
     destroyed.destroyRecorder();
     EXPECT_EQ(destroyed.frames().size(), 1U);
     EXPECT_EQ(destroyed.timesStopped, 0);

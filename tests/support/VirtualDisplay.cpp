@@ -160,9 +160,19 @@ void VirtualDisplay::movePointerBy(int dx, int dy) const
 
 void VirtualDisplay::resize(int width, int height) const
 {
+    _setMode({0, 0, width, height}, true);
+}
+
+void VirtualDisplay::moveMainDisplay(const PXPixelRect &place) const
+{
+    _setMode(place, false);
+}
+
+void VirtualDisplay::_setMode(const PXPixelRect &place, bool resizesScreen) const
+{
     xcb_connection_t *c = _connection->get();
-    const auto wide = static_cast<std::uint16_t>(width);
-    const auto high = static_cast<std::uint16_t>(height);
+    const auto wide = static_cast<std::uint16_t>(place.width);
+    const auto high = static_cast<std::uint16_t>(place.height);
     const TestReply<xcb_randr_get_screen_resources_reply_t> resources(
         xcb_randr_get_screen_resources_reply(
             c, xcb_randr_get_screen_resources(c, _connection->root()), nullptr));
@@ -173,14 +183,16 @@ void VirtualDisplay::resize(int width, int height) const
     const auto show = [&](xcb_randr_mode_t mode) {
         const TestReply<xcb_randr_set_crtc_config_reply_t> shown(xcb_randr_set_crtc_config_reply(
             c,
-            xcb_randr_set_crtc_config(c, crtc, 0, 0, 0, 0, mode, XCB_RANDR_ROTATION_ROTATE_0,
-                                      mode == XCB_NONE ? 0 : 1, &output),
+            xcb_randr_set_crtc_config(c, crtc, 0, 0, static_cast<std::int16_t>(place.x),
+                                      static_cast<std::int16_t>(place.y), mode,
+                                      XCB_RANDR_ROTATION_ROTATE_0, mode == XCB_NONE ? 0 : 1,
+                                      &output),
             nullptr));
         if (!shown || shown->status != XCB_RANDR_SET_CONFIG_SUCCESS)
             throw std::runtime_error("the screen's mode was refused");
     };
 
-    const std::string name = "tolvane-" + std::to_string(width) + "x" + std::to_string(height);
+    const std::string name = "tolvane-" + std::to_string(wide) + "x" + std::to_string(high);
     xcb_randr_mode_info_t mode = {};
     mode.width = mode.htotal = wide;
     mode.height = mode.vtotal = high;
@@ -193,8 +205,10 @@ void VirtualDisplay::resize(int width, int height) const
     if (!made)
         throw std::runtime_error("no mode of that size");
     xcb_randr_add_output_mode(c, output, made->mode);
-    show(XCB_NONE);
-    xcb_randr_set_screen_size(c, _connection->root(), wide, high, 300, 200);
+    if (resizesScreen) {
+        show(XCB_NONE);
+        xcb_randr_set_screen_size(c, _connection->root(), wide, high, 300, 200);
+    }
     show(made->mode);
 }
 

@@ -41,12 +41,15 @@ public:
     void movePointerBy(int dx, int dy) const;
     /// Another size of the screen, through RandR.
     void resize(int width, int height) const;
+    /// Another place of the main display on the screen, which keeps its size: nothing is painted.
+    void moveMainDisplay(const PXPixelRect &place) const;
     /// Ends the server as a crash would; returns when it has gone.
     void kill();
 
 private:
     void _start(QProcess &process, const QString &program, const QStringList &arguments);
     void _startWindowManager();
+    void _setMode(const PXPixelRect &place, bool resizesScreen) const;
 
     QProcess _server;
     QProcess _windowManager;

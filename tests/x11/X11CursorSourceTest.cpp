@@ -111,6 +111,25 @@ TEST_F(X11CursorSourceTest, CallsOnceForEachTimeItIsArmed)
     waitForMoves(3);
 }
 
+TEST_F(X11CursorSourceTest, AMotionEndsTheBeliefInTheLastAnswer)
+{
+    _window.setCursor(12, 2, 3);
+    _display.warpPointer(100, 50);
+    int x = 100;
+    for (int moved = 1; moved <= 10; ++moved) {
+        arm();
+        EXPECT_EQ(valueOf(_cursor->cursor())->rect.x, x - 2);
+        // Believed, or asked for again: nothing has moved.
+        EXPECT_EQ(valueOf(_cursor->pointerPixel()), (PXPixelRect{x, 50, 1, 1}));
+        _display.movePointerBy(5, 0);
+        waitForMoves(moved);
+        x += 5;
+        const auto cursor = valueOf(_cursor->cursor());
+        EXPECT_EQ(cursor->rect, (PXPixelRect{x - 2, 47, 12, 12}));
+        EXPECT_EQ(cursor->pointerPixel, (PXPixelRect{x, 50, 1, 1}));
+    }
+}
+
 TEST_F(X11CursorSourceTest, CanBeArmedFromItsOwnCall)
 {
     _cursor->callOnceWhenMoved([this] { arm(); });

@@ -1,3 +1,5 @@
+#include "platform/x11/X11CursorSource.h"
+#include "platform/x11/X11DamageSource.h"
 #include "tests/x11/X11Screens.h"
 
 #include <gtest/gtest.h>
@@ -91,12 +93,21 @@ TEST(X11ScreenPlatform, LosesTheServerWithoutEndingTheProcess)
     const auto screen = openScreen(display);
     const auto link = valueOf(screen->makeDisplayLink());
     const PXPixelRect bounds = screen->mainDisplay().bounds();
+    std::unique_ptr<X11Connection> opened[4];
+    for (auto &connection : opened)
+        connection = valueOf(X11Connection::open(display.name()));
     display.kill();
     EXPECT_EQ(screen->mainDisplay().bounds(), bounds);
     for (const bool isMade :
          {screen->makeDamageSource().has_value(), screen->makeCursorSource().has_value(),
           screen->makeFrameBufferReader().has_value()})
         EXPECT_FALSE(isMade);
+    // Connections that were lost after they had been opened.
+    for (const auto &connection : opened)
+        EXPECT_FALSE(connection->reply<xcb_get_geometry_reply>(
+            "xcb_get_geometry", xcb_get_geometry(connection->get(), connection->root())));
+    EXPECT_FALSE(X11CursorSource::onConnections(std::move(opened[0]), std::move(opened[1])));
+    EXPECT_FALSE(X11DamageSource::onConnections(std::move(opened[2]), std::move(opened[3])));
 }
 
 } // namespace
