@@ -59,6 +59,13 @@ PXExpected<void> BRTerminal::finishOutput()
     return {};
 }
 
+bool BRTerminal::hasPrinted(const QString &text)
+{
+    return std::any_of(thePrintedErrors.begin(), thePrintedErrors.end(), [&](const QString &line) {
+        return line.contains(text) || text.contains(line);
+    });
+}
+
 void BRTerminal::printError(const QString &message)
 {
     endProgress();
@@ -74,13 +81,6 @@ void BRTerminal::printError(const PXError &error)
 void BRTerminal::printWarning(const QString &message)
 {
     printError(u"warning: "_s + message);
-}
-
-bool BRTerminal::hasPrinted(const QString &text)
-{
-    return std::any_of(thePrintedErrors.begin(), thePrintedErrors.end(), [&](const QString &line) {
-        return line.contains(text) || text.contains(line);
-    });
 }
 
 bool BRTerminal::showsProgress()

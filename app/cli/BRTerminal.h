@@ -11,12 +11,12 @@ namespace BRTerminal {
 void print(const QString &line);
 /// Whether all of the data was written.
 [[nodiscard]] PXExpected<void> finishOutput();
+/// Whether one of the next three has said `text`, alone, among other words, or the gist of it.
+bool hasPrinted(const QString &text);
 /// "tolvane: message", and "tolvane: warning: message".
 void printError(const QString &message);
 void printError(const PXError &error);
 void printWarning(const QString &message);
-/// Whether one of those said `text`, alone, among other words, or the gist of it.
-bool hasPrinted(const QString &text);
 
 /// Whether a line may be drawn over and over: standard error is a terminal that can.
 bool showsProgress();
