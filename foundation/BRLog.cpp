@@ -65,8 +65,6 @@ bool isStandardErrorTheJournal()
 
 void write(int level, const QString &message)
 {
-    if (const BRLogListener listener = theListener)
-        listener(level, message);
     const QByteArray line
         = (BRLogLine(level, QTime::currentTime().toString(u"HH:mm:ss.zzz"_s), message) + u'\n')
               .toUtf8();
@@ -82,6 +80,8 @@ void write(int level, const QString &message)
         sd_journal_send("MESSAGE=%s", message.toUtf8().constData(), "PRIORITY=%i",
                         journalPriority(level), "SYSLOG_IDENTIFIER=tolvane", nullptr);
     }
+    if (const BRLogListener listener = theListener)
+        listener(level, message);
 }
 
 } // namespace
