@@ -61,7 +61,10 @@ QVariantList keyboardEventExceptions()
 
 QString moviesFolder()
 {
-    return BRApplicationSupport::pathInApplicationSupportFolder(u"Movies"_s).value_or(QString());
+    const QString name = u"Movies"_s;
+    // Where its parent cannot be made it is still the folder; whoever records into it hears why.
+    return BRApplicationSupport::pathInApplicationSupportFolder(name).value_or(
+        BRApplicationSupport::applicationSupportFolder() + u'/' + name);
 }
 
 constexpr const char16_t *kRenamedKeys[][2] = {
@@ -167,7 +170,7 @@ void registerFactoryDefaults(PXDefaults &defaults)
         if (const auto shipped = PXPropertyList::read(*path))
             values.insert(*shipped);
         else
-            BRLog(BRLogError, PXErrorLine(shipped.error()));
+            BRLog(BRLogWarning, PXErrorLine(shipped.error()));
     }
     defaults.registerDefaults(values);
 }

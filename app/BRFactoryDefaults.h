@@ -20,7 +20,7 @@ struct Entry {
 
 /// Every built-in value, always in the same order. Colours are archived, shortcuts are
 /// dictionaries, rectangles and paths are strings. Makes the user's application support folder,
-/// which the movies go into.
+/// which the movies go into, or logs why not.
 std::vector<Entry> table();
 
 /// Takes over keys that earlier releases wrote, under their new names, and removes the old ones.

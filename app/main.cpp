@@ -1,13 +1,10 @@
-#include "app/BRFactoryDefaults.h"
 #include "app/cli/BRCommandLine.h"
 #include "foundation/PXClock.h"
-#include "foundation/PXDefaults.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 #include "platform/x11/X11ScreenPlatform.h"
 
 #include <QCoreApplication>
 
-#include <clocale>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -20,7 +17,6 @@ int main(int argc, char **argv)
     try {
         QCoreApplication application(argc, argv);
         QCoreApplication::setApplicationName(QStringLiteral("Tolvane"));
-        BRFactoryDefaults::registerFactoryDefaults(PXDefaults::standardUserDefaults());
         FFmpegMediaPlatform media;
         const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media};
         return BRRunCommandLine(argc, argv, backEnds);

@@ -3,6 +3,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -14,11 +15,10 @@ constexpr std::uint32_t kTemporal = PXFourCharCode("tprl");
 constexpr std::uint32_t kDataRate = PXFourCharCode("drat");
 constexpr std::uint32_t kOwn = PXFourCharCode("tvlv");
 constexpr qsizetype kAtomHeader = 8;
-constexpr int kParamErr = -50; // The old platform's number for an argument that makes no sense.
 
 PXError noAtoms()
 {
-    return {kBRErrorDomain, kParamErr, u"The stored compression settings cannot be read"_s, {}, {}};
+    return PXPOSIXError(EINVAL, u"Could not read the stored compression settings"_s);
 }
 
 /// Reads fields one after the other; remembers when there were too few bytes.

@@ -37,7 +37,7 @@ struct BRCompressionSettings {
     bool fullChroma = false;
     PXEncoderSpeed speed = PXEncoderSpeed::Medium;
 
-    /// Fails (code -50) for bytes that are no list of atoms, and where an atom of ours is too
+    /// Fails (EINVAL) for bytes that are no list of atoms, and where an atom of ours is too
     /// short.
     [[nodiscard]] static PXExpected<BRCompressionSettings>
     fromAtomContainer(const QByteArray &container);

@@ -17,6 +17,7 @@ namespace {
 
 std::atomic<int> theThreshold = BRLogWarning;
 std::atomic<bool> logsToStandardError = true;
+std::atomic<BRLogListener> theListener = nullptr;
 
 QStringView nameOfLevel(int level)
 {
@@ -81,6 +82,8 @@ void write(int level, const QString &message)
         sd_journal_send("MESSAGE=%s", message.toUtf8().constData(), "PRIORITY=%i",
                         journalPriority(level), "SYSLOG_IDENTIFIER=tolvane", nullptr);
     }
+    if (const BRLogListener listener = theListener)
+        listener(level, message);
 }
 
 } // namespace
@@ -118,4 +121,8 @@ int BRCurrentLogLevel()
 void BRSetLogsToStandardError(bool does)
 {
     logsToStandardError = does;
+}
+void BRSetLogListener(BRLogListener listener)
+{
+    theListener = listener;
 }

@@ -3,8 +3,8 @@
 #include <QString>
 
 enum BRLogLevel {
-    BRLogError = 1,
-    BRLogWarning = 2,
+    BRLogError = 1, ///< Something failed, and whoever asked for it hears of that.
+    BRLogWarning = 2, ///< The program goes on, but not quite as it should; nobody else tells.
     BRLogInfo = 3,
     BRLogDebug = 4,
 };
@@ -21,6 +21,11 @@ int BRCurrentLogLevel();
 /// Whether messages also go to standard error (they do at start). A program that draws a live
 /// line there turns this off for as long as it draws.
 void BRSetLogsToStandardError(bool does);
+
+/// Gets each message that is written, too, on the thread that logs; it must not log itself.
+using BRLogListener = void (*)(int level, const QString &message);
+/// One at a time; none with nullptr.
+void BRSetLogListener(BRLogListener listener);
 
 /// The line as it is written, without its line end: name padded to five characters (five blanks
 /// for any other level), time of day to the millisecond.

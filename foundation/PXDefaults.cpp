@@ -14,6 +14,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -60,10 +61,39 @@ private:
     int _file;
 };
 
-/// QVariant takes true and 1 for equal; in a property list they are two things.
+/// Whether both make the same property list. To QVariant true is 1, and what is not a number is
+/// not even itself.
 bool isSame(const QVariant &a, const QVariant &b)
 {
-    return a.typeId() == b.typeId() && a == b;
+    if (a.typeId() != b.typeId())
+        return false;
+    switch (a.typeId()) {
+    case QMetaType::Double:
+        return a == b || (std::isnan(a.toDouble()) && std::isnan(b.toDouble()));
+    case QMetaType::QVariantList: {
+        const QVariantList listA = a.toList();
+        const QVariantList listB = b.toList();
+        return std::equal(listA.begin(), listA.end(), listB.begin(), listB.end(), isSame);
+    }
+    case QMetaType::QVariantMap: {
+        const QVariantMap mapA = a.toMap();
+        const QVariantMap mapB = b.toMap();
+        return mapA.keys() == mapB.keys()
+            && std::equal(mapA.begin(), mapA.end(), mapB.begin(), mapB.end(), isSame);
+    }
+    default:
+        return a == b;
+    }
+}
+
+/// As it would be after being stored; none, with a log line, where it cannot be.
+std::optional<QVariant> normalOrLogged(const QString &key, const QVariant &value)
+{
+    const auto normal = PXPropertyList::normalized(value);
+    if (normal)
+        return *normal;
+    BRLog(BRLogWarning, u"The value of \"%1\": %2"_s.arg(key, normal.error().description));
+    return std::nullopt;
 }
 
 void apply(const QVariantMap &changes, QVariantMap &values)
@@ -137,19 +167,16 @@ PXDefaults &PXDefaults::standardUserDefaults()
 
 PXDefaults::PXDefaults(QString filePath) : _filePath(std::move(filePath))
 {
-    // What went wrong is logged, and told to whoever writes.
-    (void)synchronize();
+    if (const auto read = synchronize(); !read)
+        BRLog(BRLogWarning, u"The settings do not count. "_s + PXErrorLine(read.error()));
 }
 
 void PXDefaults::registerDefaults(const QVariantMap &values)
 {
     QVariantMap normal;
     for (auto item = values.begin(); item != values.end(); ++item) {
-        if (const auto value = PXPropertyList::normalized(item.value()))
+        if (const auto value = normalOrLogged(item.key(), item.value()))
             normal.insert(item.key(), *value);
-        else
-            BRLog(BRLogWarning,
-                  u"Factory value of %1: %2"_s.arg(item.key(), value.error().description));
     }
     const PXLock lock(_lock);
     _registered.insert(normal);
@@ -173,8 +200,10 @@ QVariant PXDefaults::registeredValue(const QString &key) const
 
 void PXDefaults::setArgumentValue(const QString &key, const QVariant &value)
 {
+    const auto normal = normalOrLogged(key, value);
     const PXLock lock(_lock);
-    _arguments.insert(key, value);
+    if (normal)
+        _arguments.insert(key, *normal);
 }
 
 QVariant PXDefaults::persistentValue(const QString &key) const
@@ -341,7 +370,7 @@ PXExpected<QVariantMap> PXDefaults::_readFileOrPutItAside()
         BRLog(BRLogError, error.description);
         return PXFail(std::move(error));
     }
-    BRLog(BRLogError, u"%1; it is kept as %2"_s.arg(values.error().description, kept));
+    BRLog(BRLogWarning, u"%1; it is kept as %2"_s.arg(values.error().description, kept));
     return QVariantMap();
 }
 

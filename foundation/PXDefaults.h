@@ -29,7 +29,8 @@ public:
     static PXDefaults &standardUserDefaults();
 
     /// The settings in `filePath`, which need not exist yet; its folder is made with the first
-    /// write. What cannot be read counts as not set, and is not overwritten either.
+    /// write. What cannot be read counts as not set, with a warning in the log, and is not
+    /// overwritten either.
     explicit PXDefaults(QString filePath);
 
     [[nodiscard]] const QString &filePath() const { return _filePath; }
@@ -38,7 +39,7 @@ public:
     void registerDefaults(const QVariantMap &values);
 
     /// A value for this run only, over the user's: what a command line says. Never saved; tells no
-    /// observers.
+    /// observers. One that no property list can hold changes nothing; the log says so.
     void setArgumentValue(const QString &key, const QVariant &value);
 
     /// This run's value, else the user's, else the registered one, else an invalid QVariant; in

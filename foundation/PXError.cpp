@@ -25,5 +25,8 @@ QString PXErrorLine(const PXError &error)
             line += u'.';
         line += u' ' + error.suggestion;
     }
+    if (const QString reason = error.userInfo.value(u"underlyingError"_s).toString();
+        !reason.isEmpty())
+        line += u" ("_s + reason + u')';
     return line.replace(u'\n', u' ');
 }

@@ -11,7 +11,9 @@ struct PXError {
     int code = 0;
     QString description; ///< What failed, naming the file or value.
     QString suggestion; ///< What the user can do; may be empty.
-    QVariantMap userInfo; ///< "trueErrorCode": a library's own status, where there is one.
+    /// "trueErrorCode": a library's own status, "underlyingError": the line of the error behind
+    /// this one; where there is one.
+    QVariantMap userInfo;
 };
 
 /// A value, or why there is none.
@@ -46,7 +48,8 @@ inline bool PXIsDisplayLost(const PXError &error)
 /// "Could not open file /a/b: No such file or directory".
 PXError PXPOSIXError(int errorNumber, const QString &whatFailed, const QString &suggestion = {});
 
-/// The whole error in one line: description, then the suggestion where there is one.
+/// The whole error in one line: description, then, where there are any, the suggestion and, in
+/// brackets, the error behind it.
 QString PXErrorLine(const PXError &error);
 
 /// Short form of `return tl::unexpected(...)`.

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 using namespace Qt::StringLiterals;
@@ -32,7 +33,7 @@ PXExpected<void> createAllDirectoriesForPath(const QString &path)
 {
     if (path.isEmpty())
         return {};
-    const QString whole = QDir::cleanPath(path);
+    const QString whole = resolvedPath(path);
     for (qsizetype end = whole.indexOf(u'/', 1);; end = whole.indexOf(u'/', end + 1)) {
         const QString prefix = end < 0 ? whole : whole.first(end);
         const QByteArray name = QFile::encodeName(prefix);
@@ -49,6 +50,21 @@ PXExpected<void> createAllDirectoriesForPath(const QString &path)
         if (end < 0)
             return {};
     }
+}
+
+QString resolvedPath(const QString &path)
+{
+    QString resolved = path.startsWith(u'/') ? QString() : QDir::currentPath();
+    for (const QString &step : path.split(u'/', Qt::SkipEmptyParts)) {
+        if (step == u"..") {
+            if (const QFileInfo before(resolved); before.exists())
+                resolved = before.canonicalFilePath();
+            resolved.truncate(std::max(qsizetype{0}, resolved.lastIndexOf(u'/')));
+        } else if (step != u".") {
+            resolved += u'/' + step;
+        }
+    }
+    return resolved.isEmpty() ? u"/"_s : resolved;
 }
 
 QString uniquePathForFileWithDesiredPath(const QString &path)

@@ -11,6 +11,11 @@ namespace PXFileManager {
 /// Fails with EEXIST where something other than a folder is in the way.
 PXExpected<void> createAllDirectoriesForPath(const QString &path);
 
+/// The absolute path without "." and ".." that the system would walk to: a link in front of ".."
+/// is followed. Qt (QDir, QSaveFile) takes such steps out by their letters alone, and ends up in
+/// another folder then.
+QString resolvedPath(const QString &path);
+
 /// `path` itself when nothing is there (not even a dangling link), else the first free one of
 /// "name 2.ext", "name 3.ext", …; another program may take it before the caller does.
 QString uniquePathForFileWithDesiredPath(const QString &path);

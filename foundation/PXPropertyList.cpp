@@ -46,7 +46,8 @@ public:
     ~PlainNumbers()
     {
         uselocale(_before);
-        freelocale(_plain);
+        if (_plain != nullptr)
+            freelocale(_plain);
     }
     PlainNumbers(const PlainNumbers &) = delete;
     PlainNumbers &operator=(const PlainNumbers &) = delete;

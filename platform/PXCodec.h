@@ -29,12 +29,16 @@ inline std::uint32_t PXFourCharCodeFromString(QStringView text)
     return code;
 }
 
-/// The four characters, with their trailing blanks.
+/// The four characters, with their trailing blanks; '?' for those that nobody can read.
 inline QString PXStringFromFourCharCode(std::uint32_t code)
 {
     QString text(4, u' ');
     for (int i = 0; i < 4; ++i)
         text[i] = QLatin1Char(static_cast<char>(code >> (24 - 8 * i)));
+    for (QChar &character : text) {
+        if (!character.isPrint())
+            character = u'?';
+    }
     return text;
 }
 

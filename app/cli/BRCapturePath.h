@@ -7,7 +7,8 @@
 
 #include <memory>
 
-/// Where a raw capture lies and what its folder says about it.
+/// Where a raw capture lies and what its folder says about it. A damaged "Info.plist" is warned of
+/// in the log, and counts as none.
 struct BRCapturePath {
     QString videoDataPath;
     QVariantMap info; ///< The folder's "Info.plist"; empty where there is none.
@@ -17,3 +18,9 @@ struct BRCapturePath {
 
     [[nodiscard]] PXExpected<std::unique_ptr<BRFrameStreamer>> open() const;
 };
+
+/// Whether the header counts more frames than there are whole ones, or bytes of an incomplete one
+/// follow. Moves the streamer's position.
+bool BRIsCutShort(BRFrameStreamer &streamer);
+/// "tolvane: warning: "path" was cut short: consequence", in place of what the log says of it.
+void BRWarnOfCutShort(const QString &path, const QString &consequence);

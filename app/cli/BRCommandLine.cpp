@@ -1,16 +1,22 @@
 #include "app/cli/BRCommandLine.h"
 
+#include "app/BRFactoryDefaults.h"
 #include "app/cli/BRDefaultsCommand.h"
 #include "app/cli/BRExitStatus.h"
 #include "app/cli/BRExportCommand.h"
 #include "app/cli/BRFramesCommand.h"
 #include "app/cli/BRInfoCommand.h"
+#include "app/cli/BRLoggedWarnings.h"
 #include "app/cli/BRRecordCommand.h"
 #include "app/cli/BRTerminal.h"
 #include "foundation/BRLog.h"
 #include "foundation/PXAllocation.h"
+#include "foundation/PXDefaults.h"
 
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <sstream>
 
 using namespace Qt::StringLiterals;
 
@@ -121,7 +127,7 @@ Command addExport(CLI::App &app, const BRBackEnds &backEnds)
         ->excludes(size);
     command->add_flag("--full-chroma", values->arguments.hasFullChroma,
                       "Keep all colour detail (4:4:4), which few players can show");
-    command->add_flag("--no-audio", values->arguments.hasNoAudio, "Leave the sound out");
+    command->add_flag("--no-audio")->description("Leave the sound out");
     return {command, [values, &backEnds] {
                 BRExportArguments &arguments = values->arguments;
                 arguments.path = QString::fromLocal8Bit(values->path.c_str());
@@ -151,6 +157,7 @@ std::vector<Command> addDefaults(CLI::App &app)
     write->add_flag("--json", values->asJSON, "The value is JSON");
     auto *remove = defaults->add_subcommand("delete", "Go back to the factory value");
     remove->add_option("key", values->key, "The setting's key")->required();
+    remove->add_flag("--json")->description("Changes nothing here");
     return {{read, [values] { return BRRunDefaultsRead(textOf(values->key), values->asJSON); }},
             {write,
              [values] {
@@ -173,6 +180,36 @@ int reportWrongUsage(const CLI::App &app, const CLI::ParseError &error)
     return BRExitWrongUsage;
 }
 
+/// The help or the version.
+int printAnswer(const CLI::App &app, const CLI::Success &success)
+{
+    std::ostringstream text;
+    const int status = app.exit(success, text, text);
+    BRTerminal::print(QString::fromLocal8Bit(text.str().c_str()).chopped(1));
+    return status;
+}
+
+/// The log goes to the journal, unless asked for.
+void setUpLog(int level, bool isAskedFor)
+{
+    BRSetLogLevel(level);
+    BRSetLogsToStandardError(isAskedFor);
+    if (!isAskedFor)
+        BRLoggedWarnings::collect();
+    PXSetAllocationWarningsToStandardOutput(false);
+}
+
+/// `status`, unless what a script waits for could not be written.
+int finish(int status)
+{
+    BRLoggedWarnings::print();
+    const auto written = BRTerminal::finishOutput();
+    if (written)
+        return status;
+    BRTerminal::printError(written.error());
+    return status == BRExitDone ? BRExitNotWritable : status;
+}
+
 } // namespace
 
 int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
@@ -190,17 +227,13 @@ int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &success) {
-        return app.exit(success);
+        return finish(printAnswer(app, success));
     } catch (const CLI::ParseError &error) {
         return reportWrongUsage(app, error);
     }
-    BRSetLogLevel(logLevel);
-    // What a user must know is printed in one line; the log goes to the journal, unless asked for.
-    BRSetLogsToStandardError(app.count("--log-level") > 0);
-    PXSetAllocationWarningsToStandardOutput(false);
-    for (const Command &command : commands) {
-        if (command.app->parsed())
-            return command.run();
-    }
-    return BRExitWrongUsage;
+    setUpLog(logLevel, app.count("--log-level") > 0);
+    BRFactoryDefaults::registerFactoryDefaults(PXDefaults::standardUserDefaults());
+    const auto command = std::find_if(commands.begin(), commands.end(),
+                                      [](const Command &entry) { return entry.app->parsed(); });
+    return finish(command->run());
 }

@@ -15,6 +15,7 @@ struct BRBackEnds {
     PXMediaPlatform &media;
 };
 
-/// Runs `tolvane COMMAND …` and answers the exit status (a `BRExitStatus`). Needs a
-/// QCoreApplication, whose event loop it runs for the commands that take time.
+/// Runs `tolvane COMMAND …` and answers the exit status (a `BRExitStatus`). Registers the factory
+/// defaults before the command. Needs a QCoreApplication, whose event loop it runs for the commands
+/// that take time.
 int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds);

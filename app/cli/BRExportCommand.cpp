@@ -26,7 +26,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int kProgressIntervalMs = 200;
-constexpr int kProgressBarWidth = 30;
+constexpr int kProgressBarWidth = 15; ///< So that the time left fits on 80 columns.
 constexpr int kLargestSide = 16384;
 
 QString stringFromSeconds(double seconds)
@@ -166,6 +166,26 @@ BRUsageExpected<PXSize> checkSize(PXSize size)
         u"Give one from 1x1 to %1x%1 (--size, or --scale)."_s.arg(kLargestSide));
 }
 
+/// The arguments laid over what is saved, and a warning for each that the codec does not know.
+void setOptions(PXCompressionSessionOptions &options, const BRExportArguments &arguments,
+                const PXCodec &codec)
+{
+    const auto warnOfNoEffect = [&](const QString &option) {
+        BRTerminal::printWarning(u"%1 has no effect with '%2' (%3)"_s.arg(
+            option, PXStringFromFourCharCode(codec.code), codec.name));
+    };
+    if (arguments.quality) {
+        options.quality
+            = static_cast<int>(std::lround(*arguments.quality * kPXBestQuality / 100.0));
+        options.bitRate = 0; // A saved one would win.
+        if (!codec.hasQuality)
+            warnOfNoEffect(u"--quality"_s);
+    }
+    options.fullChroma |= arguments.hasFullChroma;
+    if (arguments.hasFullChroma && !codec.hasFullChroma)
+        warnOfNoEffect(u"--full-chroma"_s);
+}
+
 } // namespace
 
 int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &backEnds)
@@ -177,6 +197,8 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
             return BRFailUsage(wanted.error());
         size = *wanted;
     }
+    if (arguments.videoCodec && PXFourCharCodeFromString(*arguments.videoCodec) == 0)
+        return BRFailUsage({u"\"%1\" is no four-character code"_s.arg(*arguments.videoCodec), {}});
     if (QFileInfo(arguments.outputPath).isDir())
         return BRFailUsage(
             {u"\"%1\" is a folder"_s.arg(arguments.outputPath), u"Give the movie's file name."_s});
@@ -190,6 +212,7 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
         return BRExitStatusOfError(streamer.error(), BRAccess::Reading);
     }
     const PXSize captured = (*streamer)->selectionSize();
+    const bool isCutShort = BRIsCutShort(**streamer);
     streamer->reset();
 
     const auto movieSize
@@ -204,18 +227,19 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
     if (const double rate = capture->info.value(u"captureRate"_s).toDouble(); rate > 0)
         compressor.setCaptureRate(rate);
     BRCompressionOptions &options = compressor.compressionOptions();
-    if (arguments.videoCodec) {
+    if (arguments.videoCodec)
         options.codec = PXFourCharCodeFromString(*arguments.videoCodec);
-        if (const auto codec = backEnds.media.installedCodec(options.codec); !codec) {
-            BRTerminal::printError(codec.error());
-            return options.codec == 0 ? BRExitWrongUsage : BRExitFailed;
-        }
+    auto codec = backEnds.media.installedCodec(options.codec);
+    if (!codec) {
+        if (!arguments.videoCodec)
+            codec.error().suggestion = u"The settings chose it; --video-codec chooses another."_s;
+        BRTerminal::printError(codec.error());
+        return BRExitFailed;
     }
-    if (options.options) {
-        if (arguments.quality)
-            options.options->quality
-                = static_cast<int>(std::lround(*arguments.quality * kPXBestQuality / 100.0));
-        options.options->fullChroma |= arguments.hasFullChroma;
-    }
-    return ExportCommand(compressor, arguments.path).run(arguments.outputPath);
+    if (options.options)
+        setOptions(*options.options, arguments, *codec);
+    const int status = ExportCommand(compressor, arguments.path).run(arguments.outputPath);
+    if (status == BRExitDone && isCutShort)
+        BRWarnOfCutShort(arguments.path, u"only its complete frames were exported"_s);
+    return status;
 }

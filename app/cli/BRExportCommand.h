@@ -14,7 +14,6 @@ struct BRExportArguments {
     std::optional<QString> size; ///< "WxH".
     std::optional<double> scale; ///< Percent.
     bool hasFullChroma = false;
-    bool hasNoAudio = false;
 };
 
 /// `tolvane export PATH -o OUT.mov`: a movie that other programs play.

@@ -26,8 +26,17 @@ PXError errorOfFile(const QSaveFile &file)
     return PXPOSIXError(errno ? errno : EIO, u"Could not write \"%1\""_s.arg(file.fileName()));
 }
 
+PXExpected<void> write(QSaveFile &file, const QByteArray &bytes)
+{
+    errno = 0;
+    if (file.write(bytes) != bytes.size())
+        return PXFail(errorOfFile(file));
+    return {};
+}
+
 PXExpected<void> commit(QSaveFile &file)
 {
+    errno = 0;
     // Flushed first: commit() alone reports success when the disk fills up during its last write.
     if (!file.flush() || !file.commit())
         return PXFail(errorOfFile(file));
@@ -74,14 +83,14 @@ PXExpected<void> writeFrames(BRFrameStreamer &streamer, const QString &path,
 {
     if (auto made = PXFileManager::createAllDirectoriesForPath(outputFolder); !made)
         return made;
-    const QDir folder(outputFolder);
+    const QDir folder(PXFileManager::resolvedPath(outputFolder));
     const QString extension = format == BRPictureFormat::PNG ? u"png"_s : u"bgra"_s;
     BRFrameAssembler frames(streamer, BRPixelOrder::BGRA);
     QSaveFile list(folder.filePath(u"frames.json"_s));
     errno = 0;
     if (!list.open(QIODevice::WriteOnly))
         return PXFail(errorOfFile(list));
-    list.write("[");
+    QByteArray separator = "[\n";
     for (std::uint32_t count = 0;; ++count) {
         const auto result = frames.readNextFrame();
         if (!result)
@@ -91,8 +100,11 @@ PXExpected<void> writeFrames(BRFrameStreamer &streamer, const QString &path,
         const QString name = QString::asprintf("%06u.", frames.frameIndex()) + extension;
         if (auto written = writePicture(frames, folder.filePath(name), format); !written)
             return written;
-        list.write(count == 0 ? "\n" : ",\n");
-        list.write(QJsonDocument(descriptionOfFrame(frames)).toJson(QJsonDocument::Compact));
+        const QJsonDocument description(descriptionOfFrame(frames));
+        if (auto written = write(list, separator + description.toJson(QJsonDocument::Compact));
+            !written)
+            return written;
+        separator = ",\n";
         if (const std::uint32_t total = streamer.numberOfFrames(); total > 0) {
             BRTerminal::showProgress(
                 u"%1 %2 of %3 frames"_s
@@ -102,12 +114,12 @@ PXExpected<void> writeFrames(BRFrameStreamer &streamer, const QString &path,
         }
     }
     BRTerminal::endProgress();
-    list.write("\n]\n");
+    if (auto ended = write(list, separator.startsWith('[') ? "[\n]\n" : "\n]\n"); !ended)
+        return ended;
     if (auto committed = commit(list); !committed)
         return committed;
     if (frames.wasCutShort())
-        BRTerminal::printWarning(
-            u"\"%1\" was cut short: only its complete frames were written"_s.arg(path));
+        BRWarnOfCutShort(path, u"only its complete frames were written"_s);
     return {};
 }
 

@@ -34,7 +34,7 @@ int BRRunInfoCommand(const QString &path, bool asJSON)
         BRTerminal::printError(streamer.error());
         return BRExitStatusOfError(streamer.error(), BRAccess::Reading);
     }
-    const BRFrameStreamer &reader = **streamer;
+    BRFrameStreamer &reader = **streamer;
     const std::pair<QString, QJsonValue> facts[] = {
         {u"format"_s, reader.fileFormat()},
         {u"width"_s, static_cast<int>(reader.selectionSize().width)},
@@ -59,5 +59,7 @@ int BRRunInfoCommand(const QString &path, bool asJSON)
         BRTerminal::printWarning(
             u"\"%1\" was interrupted: counts and duration are those of its whole frames"_s.arg(
                 path));
+    else if (BRIsCutShort(reader))
+        BRWarnOfCutShort(path, u"its header counts frames that are not there"_s);
     return BRExitDone;
 }

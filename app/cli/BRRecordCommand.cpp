@@ -8,12 +8,14 @@
 #include "app/cli/BRUsageError.h"
 #include "capture/BRScreenRecorder.h"
 #include "capture/framefile/BRRawCompression.h"
+#include "foundation/FSByteFormatter.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXFileManager.h"
-#include "foundation/PXMainThread.h"
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
 #include <QTimer>
 #include <QUuid>
 
@@ -25,6 +27,7 @@ namespace {
 
 constexpr double kLowestRate = 0.001;
 constexpr double kHighestRate = 1000;
+constexpr int kTickMs = 1000; ///< Between two live lines.
 constexpr double kLongestDuration = 2'000'000; ///< Seconds; what a timer's milliseconds can count.
 
 /// The arguments laid over what the defaults say.
@@ -152,12 +155,12 @@ private:
 };
 
 /// One recording from its folder to its last line of output.
-class RecordCommand final : private BRScreenRecorderDelegate, private BRStatusItem {
+class RecordCommand final : private BRScreenRecorderDelegate {
 public:
     RecordCommand(PXScreenPlatform &platform, QString moviesFolder)
         : _uuid(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()),
           _folderPath(QDir(moviesFolder).filePath(_uuid)),
-          _recorder(_uuid, this, platform, BRTerminal::showsProgress() ? this : nullptr)
+          _recorder(_uuid, this, platform)
     {
     }
 
@@ -179,11 +182,33 @@ public:
             QTimer::singleShot(std::chrono::milliseconds(std::llround(*duration * 1000)),
                                Qt::PreciseTimer, &_context, [this] { _stop(); });
         }
+        if (BRTerminal::showsProgress())
+            _startProgress();
         QCoreApplication::exec();
         return _status;
     }
 
 private:
+    void _startProgress()
+    {
+        _clock.start();
+        QObject::connect(&_ticker, &QTimer::timeout, &_context, [this] { _showProgress(); });
+        _ticker.setTimerType(Qt::PreciseTimer); // The others may be early, and skip a second.
+        _ticker.start(kTickMs);
+        _showProgress();
+    }
+
+    void _showProgress() const
+    {
+        const auto size
+            = static_cast<quint64>(QFileInfo(_folderPath + u'/' + kBRCaptureVideoDataName).size());
+        BRTerminal::showProgress(
+            u"Recording %1, %2, %3 frames (Ctrl+C stops)"_s
+                .arg(BRStringFromDuration(static_cast<double>(_clock.elapsed()) / 1000),
+                     FSByteFormatter().stringForObjectValue(size))
+                .arg(_recorder.totalFramesWritten()));
+    }
+
     PXExpected<void> _writeMovieInfo(const BRScreenRecordingOptions &options) const
     {
         constexpr bool kHasAudio = false;
@@ -197,6 +222,7 @@ private:
 
     void screenRecorderDidStopRecording(BRScreenRecorder &) override
     {
+        _ticker.stop();
         BRTerminal::endProgress();
         if (_error)
             BRTerminal::printError(*_error);
@@ -211,23 +237,13 @@ private:
         _stop();
     }
 
-    void setStatusItemImage(const QString &) override { }
-
-    void setStatusItemText(const std::optional<QString> &text) override
-    {
-        if (!text)
-            return;
-        PXMainThread::post(&_context, [this, text = *text] {
-            BRTerminal::showProgress(u"Recording %1, %2 frames (Ctrl+C stops)"_s.arg(text).arg(
-                _recorder.totalFramesWritten()));
-        });
-    }
-
     const QString _uuid;
     const QString _folderPath;
     int _status = BRExitDone;
     std::optional<PXError> _error;
     QObject _context;
+    QTimer _ticker; ///< Runs on a terminal.
+    QElapsedTimer _clock;
     BRScreenRecorder _recorder;
 };
 
@@ -240,17 +256,17 @@ BRUsageExpected<void> checkDuration(const BRRecordArguments &arguments)
                         u"Give a duration above 0, at most %1."_s.arg(kLongestDuration, 0, 'f', 0));
 }
 
-/// The recorder asks the settings for the folder: the argument is laid over them.
+/// The recorder asks the settings for the folder: what was found is laid over them.
 BRUsageExpected<QString> moviesFolder(const BRRecordArguments &arguments)
 {
     PXDefaults &defaults = PXDefaults::standardUserDefaults();
-    if (arguments.moviesFolder)
-        defaults.setArgumentValue(u"moviesFolderPath"_s,
-                                  QDir(*arguments.moviesFolder).absolutePath());
-    QString folder = defaults.stringValue(u"moviesFolderPath"_s);
-    if (folder.isEmpty() || arguments.moviesFolder == QString())
+    const QString key = u"moviesFolderPath"_s;
+    QString folder = arguments.moviesFolder.value_or(defaults.stringValue(key));
+    if (folder.isEmpty())
         return BRWrongUsage(u"There is no movies folder"_s,
                             u"Give one (--movies-folder, or the setting moviesFolderPath)."_s);
+    folder = PXFileManager::resolvedPath(folder);
+    defaults.setArgumentValue(key, folder);
     return folder;
 }
 

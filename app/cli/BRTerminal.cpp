@@ -1,9 +1,12 @@
 #include "app/cli/BRTerminal.h"
 
+#include <QStringList>
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -11,14 +14,20 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-void write(FILE *stream, const QString &text)
+/// 0, or the number of the error.
+int write(FILE *stream, const QString &text)
 {
     const QByteArray bytes = text.toLocal8Bit();
-    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
-    std::fflush(stream);
+    const auto size = static_cast<std::size_t>(bytes.size());
+    errno = 0;
+    if (std::fwrite(bytes.constData(), 1, size, stream) == size && std::fflush(stream) == 0)
+        return 0;
+    return errno != 0 ? errno : EIO;
 }
 
 bool hasProgressLine = false;
+int theOutputError = 0; ///< The first.
+QStringList thePrintedErrors;
 
 /// As much of `line` as fits; what switches a colour on or off takes no room and is never cut off.
 QString fittedLine(const QString &line, int columns)
@@ -39,12 +48,28 @@ QString fittedLine(const QString &line, int columns)
 
 void BRTerminal::print(const QString &line)
 {
-    write(stdout, line + u'\n');
+    if (const int error = write(stdout, line + u'\n'); theOutputError == 0)
+        theOutputError = error;
+}
+
+PXExpected<void> BRTerminal::finishOutput()
+{
+    if (theOutputError != 0)
+        return PXFail(PXPOSIXError(theOutputError, u"Could not write to the standard output"_s));
+    return {};
+}
+
+bool BRTerminal::hasPrinted(const QString &text)
+{
+    return std::any_of(thePrintedErrors.begin(), thePrintedErrors.end(), [&](const QString &line) {
+        return line.contains(text) || text.contains(line);
+    });
 }
 
 void BRTerminal::printError(const QString &message)
 {
     endProgress();
+    thePrintedErrors.append(message);
     write(stderr, u"tolvane: "_s + message + u'\n');
 }
 

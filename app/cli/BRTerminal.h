@@ -7,8 +7,12 @@
 /// Standard output carries only data; everything for a person goes to standard error.
 namespace BRTerminal {
 
-/// One line of data.
+/// One line of data. What cannot be written is told by `finishOutput()`.
 void print(const QString &line);
+/// Whether all of the data was written.
+[[nodiscard]] PXExpected<void> finishOutput();
+/// Whether one of the next three has said `text`, alone, among other words, or the gist of it.
+bool hasPrinted(const QString &text);
 /// "tolvane: message", and "tolvane: warning: message".
 void printError(const QString &message);
 void printError(const PXError &error);

@@ -49,6 +49,8 @@ constexpr Kind kKinds[] = {
      AV_PIX_FMT_NONE, false, 0},
     {"ap4h", "Apple ProRes 4444", "prores_ks", Family::ProRes, AV_PIX_FMT_YUV444P10,
      AV_PIX_FMT_NONE, false, 4},
+    {"ap4x", "Apple ProRes 4444 XQ", "prores_ks", Family::ProRes, AV_PIX_FMT_YUV444P10,
+     AV_PIX_FMT_NONE, false, 5},
     {"mp4v", "MPEG-4 Video", "mpeg4", Family::Quantiser, AV_PIX_FMT_YUV420P, AV_PIX_FMT_NONE, true,
      0},
     {"jpeg", "Photo - JPEG", "mjpeg", Family::Quantiser, AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_NONE,

@@ -94,7 +94,7 @@ TEST(BRCompressionSettings, RefusesDamagedContainers)
     for (const char *hex : damaged) {
         const auto read = BRCompressionSettings::fromAtomContainer(QByteArray::fromHex(hex));
         ASSERT_FALSE(read) << hex;
-        EXPECT_EQ(read.error().code, -50);
+        EXPECT_EQ(read.error().domain, kPXPOSIXErrorDomain);
     }
 }
 

@@ -143,6 +143,7 @@ const CodecCase kCodecCases[] = {
     {"proResLT", "apcs", false, "yuv422p10le", "bt709/bt709/bt709"},
     {"proResProxy", "apco", false, "yuv422p10le", "bt709/bt709/bt709"},
     {"proRes4444", "ap4h", false, "yuv444p12le", "bt709/bt709/bt709"},
+    {"proRes4444XQ", "ap4x", false, "yuv444p12le", "bt709/bt709/bt709"},
     {"mpeg4", "mp4v", false, "yuv420p", "bt709/bt709/bt709"},
     {"jpeg", "jpeg", false, "yuvj420p", "bt709/bt709/bt470bg"},
     {"png", "png ", false, "rgb24", ""},

@@ -8,6 +8,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <cmath>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -68,6 +69,8 @@ TEST_F(PXDefaultsTest, NumbersReadAsWhateverIsAskedFor)
         EXPECT_EQ(defaults.floatValue(u"key"_s), c.asFloat) << c.stored.toString().toStdString();
         EXPECT_EQ(defaults.boolValue(u"key"_s), c.asBool) << c.stored.toString().toStdString();
     }
+    defaults.setArgumentValue(u"key"_s, 7); // In the type that a list reads it in.
+    EXPECT_EQ(defaults.intValue(u"key"_s), 7);
     EXPECT_EQ(defaults.intValue(u"missing"_s), 0);
     EXPECT_THROW((void)defaults.setValue(u"key"_s, QVariant()), std::logic_error);
 }
@@ -148,6 +151,13 @@ TEST_F(PXDefaultsTest, ObserversHearOfOwnAndForeignChangesOnce)
     ASSERT_TRUE(ours.setValue(u"mine"_s, 1)); // No change.
     ASSERT_TRUE(ours.setValue(u"mine"_s, true)); // Equal, but something else in the file.
     EXPECT_EQ(heard, (QStringList{u"mine"_s, u"mine"_s}));
+    ASSERT_TRUE(theirs.setValue(u"list"_s, QVariantList{1, std::nan("")}));
+    ASSERT_TRUE(ours.synchronize());
+    ASSERT_TRUE(ours.synchronize()); // Nothing is not a number, not even itself.
+    ASSERT_TRUE(ours.setValue(u"list"_s, QVariantList{true, std::nan("")})); // Equal, again.
+    EXPECT_EQ(heard.mid(2), (QStringList{u"list"_s, u"list"_s}));
+    ASSERT_TRUE(ours.removeValue(u"list"_s));
+    heard.resize(2);
     ASSERT_TRUE(theirs.setValue(u"their"_s, 2));
     ASSERT_TRUE(theirs.removeValue(u"mine"_s));
     EXPECT_EQ(heard.size(), 2);

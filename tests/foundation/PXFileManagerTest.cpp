@@ -69,6 +69,30 @@ TEST(PXFileManager, CreatesFoldersUpToTheFirstFailure)
     EXPECT_TRUE(QDir(folder.filePath(u"d"_s)).exists());
 }
 
+TEST(PXFileManager, StepsBackAreTakenBehindLinks)
+{
+    const QTemporaryDir folder;
+    QDir(folder.path()).mkpath(u"a/b"_s);
+    QFile::link(u"a/b"_s, folder.filePath(u"link"_s));
+    const QString here = QDir::currentPath();
+    const struct {
+        QString path;
+        QString resolved;
+    } cases[] = {
+        {u"x/./y//"_s, here + u"/x/y"_s},
+        {u"/../.."_s, u"/"_s},
+        {folder.filePath(u"link/x"_s), folder.filePath(u"link/x"_s)},
+        {folder.filePath(u"link/../x"_s), folder.filePath(u"a/x"_s)},
+        {folder.filePath(u"link/../../x"_s), folder.filePath(u"x"_s)},
+        {folder.filePath(u"missing/../link/../x"_s), folder.filePath(u"a/x"_s)},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(PXFileManager::resolvedPath(c.path), c.resolved);
+    EXPECT_TRUE(PXFileManager::createAllDirectoriesForPath(folder.filePath(u"link/../x"_s)));
+    EXPECT_EQ(QDir(folder.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot),
+              (QStringList{u"a"_s, u"link"_s}));
+}
+
 TEST(FSByteFormatter, RoundsBeforeItChoosesTheUnit)
 {
     const FSByteFormatter english(QLocale(QLocale::English, QLocale::UnitedStates));

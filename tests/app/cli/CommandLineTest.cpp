@@ -151,7 +151,7 @@ TEST_F(CommandLineTest, SettingsAreUsedAndArgumentsWin)
     EXPECT_EQ(info.value(u"width"_s).toInt(), 60);
     EXPECT_EQ(info.value(u"compression"_s).toString(), u"rle"_s);
 
-    EXPECT_EQ(run({u"defaults"_s, u"delete"_s, u"captureRate"_s}).status, 0);
+    EXPECT_EQ(run({u"defaults"_s, u"delete"_s, u"captureRate"_s, u"--json"_s}).status, 0);
     EXPECT_EQ(run({u"defaults"_s, u"read"_s, u"captureRate"_s, u"--json"_s}).output.trimmed(),
               u"30"_s);
     const auto all = run({u"defaults"_s, u"read"_s, u"--json"_s}).output.toUtf8();
@@ -172,6 +172,14 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
     const QString movie
         = run({u"record"_s, u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, folder})
               .output.trimmed();
+
+    // Settings that choose the codec 'yyyy'.
+    const Variables oddSettings = {{u"XDG_CONFIG_HOME"_s, path(u"odd"_s)}};
+    ASSERT_EQ(run({u"defaults"_s, u"write"_s, u"--json"_s, u"CompressionDialogSettings"_s,
+                   u"{\"data\":\"AAAAFnNwdGx5eXl5AAAAAAAYAAADAA==\"}"_s},
+                  oddSettings)
+                  .status,
+              0);
 
     struct Case {
         const char *name;
@@ -214,6 +222,11 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
          6,
          u"/proc/movies"_s,
          withDisplay},
+        {"homeNotWritable",
+         {u"record"_s},
+         6,
+         u"/proc/home: "_s,
+         {{u"XDG_DATA_HOME"_s, u"/proc/home"_s}}},
         {"noDisplay", {u"record"_s}, 4, u"cannot open display \":4711\""_s},
         {"waylandBySession",
          {u"record"_s},
@@ -235,7 +248,10 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
          u"garbage"_s},
         {"framesIntoAFile", {u"frames"_s, movie, u"--out"_s, path(u"garbage"_s)}, 6, u"garbage"_s},
         {"exportToAFolder", {u"export"_s, movie, u"-o"_s, path(u"folder"_s)}, 2, u"folder"_s},
-        {"exportWhereNobodyMay", {u"export"_s, movie, u"-o"_s, u"/proc/x.mov"_s}, 6, u"x.mov"_s},
+        {"exportWhereNobodyMay",
+         {u"export"_s, movie, u"-o"_s, u"/proc/x.mov"_s},
+         6,
+         u"/proc/Tolvane Temp.mov: "_s},
         {"exportOfNothing",
          {u"export"_s, path(u"missing"_s), u"-o"_s, path(u"o.mov"_s)},
          3,
@@ -244,6 +260,16 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
          {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--video-codec"_s, u"zzzz"_s},
          1,
          u"zzzz"_s},
+        {"exportNoCodecAtAll",
+         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--video-codec"_s, u"h.264"_s},
+         2,
+         u"h.264"_s},
+        {"exportSavedUnknownCodec",
+         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s)},
+         1,
+         u"'yyyy'"_s,
+         oddSettings},
+        {"deleteWithoutKey", {u"defaults"_s, u"delete"_s, u"--json"_s}, 2, u"key"_s},
         {"exportNoSize",
          {u"export"_s, path(u"missing"_s), u"-o"_s, path(u"o.mov"_s), u"--size"_s, u"12"_s},
          2,
@@ -267,6 +293,78 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
     EXPECT_FALSE(QFileInfo::exists(path(u"o.mov"_s)));
     EXPECT_FALSE(QFileInfo::exists(path(u"o"_s)));
     EXPECT_EQ(QDir(path(u"folder"_s)).count(), 2U);
+}
+
+TEST_F(CommandLineTest, WarnsOnceAndGoesOn)
+{
+    const QString movie
+        = run({u"record"_s, u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, path(u"Movies"_s)})
+              .output.trimmed();
+    const QString capture = movie + u"/Brimmet Capture Video Data"_s;
+    ASSERT_TRUE(QFile::copy(capture, path(u"cut"_s)));
+    ASSERT_TRUE(QFile::resize(path(u"cut"_s), QFileInfo(capture).size() - 1));
+    ASSERT_TRUE(QFile::copy(capture + u".index"_s, path(u"cut.index"_s)));
+    const auto damage = [](const QString &path) {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write("<plist><dict>") > 0);
+    };
+    damage(movie + u"/Info.plist"_s);
+    damage(path(u"odd/Tolvane/com.pexarworks.tolvane.plist"_s));
+
+    const Variables oddSettings = {{u"XDG_CONFIG_HOME"_s, path(u"odd"_s)}};
+    const Variables oddHome = {{u"XDG_DATA_HOME"_s, u"/proc/home"_s}};
+    const QString out = path(u"o.mov"_s);
+    const struct {
+        const char *name;
+        QStringList arguments;
+        QString warning; ///< Empty where nothing is to be said.
+        Variables variables = {};
+    } cases[] = {
+        {"info", {u"info"_s, path(u"cut"_s)}, u"was cut short"_s},
+        {"frames", {u"frames"_s, path(u"cut"_s), u"--out"_s, path(u"o"_s)}, u"was cut short"_s},
+        {"export", {u"export"_s, path(u"cut"_s), u"-o"_s, out}, u"was cut short"_s},
+        {"wholeCapture", {u"export"_s, capture, u"-o"_s, out}, u"Info.plist"_s},
+        {"noQuality",
+         {u"export"_s, path(u"whole"_s), u"-o"_s, out, u"--video-codec"_s, u"apcn"_s,
+          u"--quality"_s, u"9"_s},
+         u"--quality has no effect with 'apcn'"_s},
+        {"noFullChroma",
+         {u"export"_s, path(u"whole"_s), u"-o"_s, out, u"--video-codec"_s, u"mp4v"_s,
+          u"--full-chroma"_s},
+         u"--full-chroma has no effect with 'mp4v'"_s},
+        {"settings",
+         {u"defaults"_s, u"read"_s, u"lossyLevel"_s},
+         u"tolvane damaged.plist"_s,
+         oddSettings},
+        {"settingsPutAside", {u"defaults"_s, u"read"_s, u"lossyLevel"_s}, {}, oddSettings},
+        {"homeNotWritable", {u"defaults"_s, u"read"_s, u"moviesFolderPath"_s}, {}, oddHome},
+        {"version", {u"--version"_s}, {}, oddHome},
+    };
+    ASSERT_TRUE(QFile::copy(capture, path(u"whole"_s)));
+    for (const auto &c : cases) {
+        const Outcome outcome = run(c.arguments, c.variables);
+        EXPECT_EQ(outcome.status, 0) << c.name;
+        const QString expected = c.warning.isEmpty() ? QString() : u"tolvane: warning: "_s;
+        EXPECT_TRUE(outcome.errors.startsWith(expected) && outcome.errors.contains(c.warning))
+            << c.name << ": " << outcome.errors.toStdString();
+        EXPECT_EQ(outcome.errors.count(u'\n'), c.warning.isEmpty() ? 0 : 1)
+            << c.name << ": " << outcome.errors.toStdString();
+    }
+}
+
+TEST_F(CommandLineTest, DataThatCannotBeWrittenIsAFailure)
+{
+    for (const QStringList &arguments :
+         {QStringList{u"--version"_s}, QStringList{u"defaults"_s, u"read"_s}}) {
+        QProcess process;
+        process.setStandardOutputFile(u"/dev/full"_s);
+        start(process, arguments);
+        const Outcome outcome = outcomeOf(process);
+        EXPECT_EQ(outcome.status, 6) << arguments.join(u' ').toStdString();
+        EXPECT_EQ(outcome.errors,
+                  u"tolvane: Could not write to the standard output: No space left on device\n"_s);
+    }
 }
 
 TEST_F(CommandLineTest, AreasAreWhereXPutsThem)

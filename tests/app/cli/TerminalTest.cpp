@@ -85,6 +85,8 @@ struct TerminalCase {
     unsigned short columns; ///< 0 is a pipe.
     bool showsProgress;
     bool hasColor;
+
+    [[nodiscard]] bool isWide() const { return columns >= 80; }
 };
 
 // Those that must stay quiet start first: when the last has shown its line they had their time.
@@ -92,6 +94,7 @@ const TerminalCase kTerminalCases[] = {
     {"dumb", {{u"TERM"_s, u"dumb"_s}}, 120, false, false},
     {"pipe", {{u"TERM"_s, u"xterm"_s}}, 0, false, false},
     {"terminal", {{u"TERM"_s, u"xterm"_s}}, 120, true, true},
+    {"usual", {{u"TERM"_s, u"xterm"_s}}, 80, true, true},
     {"narrow", {{u"TERM"_s, u"xterm"_s}}, 24, true, true},
     {"noColor", {{u"TERM"_s, u"xterm"_s}, {u"NO_COLOR"_s, u"1"_s}}, 120, true, false},
 };
@@ -129,7 +132,7 @@ protected:
         }
         for (const Run &run : runs) {
             waitUntilItRuns(run.folder);
-            const QByteArray awaited = run.row.columns > 80 ? text : "\x1b[K";
+            const QByteArray awaited = run.row.isWide() ? text : "\x1b[K";
             if (!run.row.showsProgress)
                 continue;
             EXPECT_TRUE(run.terminal->readUntil(awaited).contains(awaited)) << run.row.name;
@@ -166,8 +169,12 @@ protected:
     }
 };
 
-TEST_F(TerminalTest, RecordHasALiveLine)
+TEST_F(TerminalTest, RecordHasALiveLineWhateverTheMenuBarShows)
 {
+    for (const QString &what : {u"Duration"_s, u"Size"_s})
+        ASSERT_EQ(run({u"defaults"_s, u"write"_s, u"showRecording%1InMenubar"_s.arg(what), u"no"_s})
+                      .status,
+                  0);
     const auto runs = interruptOnceShown(
         "Recording 00:01",
         [](const QString &folder) {
@@ -180,7 +187,7 @@ TEST_F(TerminalTest, RecordHasALiveLine)
         EXPECT_EQ(run.outcome.status, 0) << run.row.name;
         EXPECT_TRUE(run.outcome.output.startsWith(run.folder)) << run.row.name;
         expectProgress(run, {});
-        EXPECT_EQ(run.errors.contains(line), run.row.showsProgress && run.row.columns > 80)
+        EXPECT_EQ(run.errors.contains(line), run.row.showsProgress && run.row.isWide())
             << run.row.name << ": " << run.errors.toStdString();
     }
 }
@@ -207,6 +214,8 @@ TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
 
     const QByteArray yesterday = "the movie of yesterday";
     const auto replaces = [](const QString &folder) { return !folder.endsWith(u"noColor"); };
+    // Something else takes the place of the movie meanwhile, and is left there.
+    const auto isTaken = [](const QString &folder) { return folder.endsWith(u"dumb"); };
     const auto runs = interruptOnceShown(
         " left\r",
         [&](const QString &folder) {
@@ -216,26 +225,36 @@ TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
                         || (old.open(QIODevice::WriteOnly) && old.write(yesterday) > 0));
             return QStringList{u"export"_s, capture, u"-o"_s, old.fileName()};
         },
-        [](const QString &folder) {
+        [&](const QString &folder) {
             waitUntil([&] { return QFile::exists(folder + u"/Tolvane Temp.mov"_s); },
                       "the movie's beginning");
+            EXPECT_TRUE(!isTaken(folder) || QDir().mkdir(folder + u"/out.mov"_s));
         });
     for (const Run &run : runs) {
         EXPECT_EQ(run.outcome.status, 1) << run.row.name;
         EXPECT_TRUE(run.outcome.output.isEmpty()) << run.row.name;
         const QString newline = run.terminal ? u"\r\n"_s : u"\n"_s; // What terminals make of it.
-        expectProgress(run,
-                       u"tolvane: the export of \"%1\" was cancelled"_s.arg(capture) + newline);
+        const QString movie = run.folder + u"/out.mov"_s;
+        const QString hidden = run.folder + u"/.out.mov.replaced"_s;
+        QString end = u"tolvane: the export of \"%1\" was cancelled"_s.arg(capture) + newline;
+        if (isTaken(run.folder)) {
+            end += u"tolvane: warning: Could not put %1 back; it is kept as %2"_s.arg(movie, hidden)
+                + newline;
+        }
+        expectProgress(run, end);
         EXPECT_EQ(run.errors.contains(u"\x1b[36m"_s), run.row.hasColor) << run.row.name;
         EXPECT_EQ(run.errors.contains(u" of 30000 frames, "_s),
-                  run.row.showsProgress && run.row.columns > 80)
+                  run.row.showsProgress && run.row.isWide())
             << run.row.name << ": " << run.errors.toStdString();
 
         const QDir::Filters everything = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
-        EXPECT_EQ(QDir(run.folder).entryList(everything),
-                  replaces(run.folder) ? QStringList{u"out.mov"_s} : QStringList())
-            << run.row.name;
-        QFile old(run.folder + u"/out.mov"_s);
+        QStringList left;
+        if (isTaken(run.folder))
+            left << u".out.mov.replaced"_s;
+        if (replaces(run.folder))
+            left << u"out.mov"_s;
+        EXPECT_EQ(QDir(run.folder).entryList(everything), left) << run.row.name;
+        QFile old(isTaken(run.folder) ? hidden : movie);
         EXPECT_TRUE(!replaces(run.folder)
                     || (old.open(QIODevice::ReadOnly) && old.readAll() == yesterday))
             << run.row.name;
