@@ -35,22 +35,13 @@ BRFrameReader::pixelsWide(int width, int height, bool captureCursor, PXScreenPla
                        {}});
     }
     reader->_frameBuffer = *std::move(frameBuffer);
-    auto arrival = reader->_frameBuffer->makeBuffer(width, height);
-    if (!arrival) {
-        BRLog(BRLogError, "Memory allocation failed");
-        return PXFail(std::move(arrival).error());
-    }
-    reader->_arrival = *std::move(arrival);
-    reader->_pixelsOfSlot = std::int64_t{width} * height;
-    const std::size_t slotBytes = static_cast<std::size_t>(reader->_pixelsOfSlot) * 4;
     for (Slot &slot : reader->_slots) {
-        slot.memory.reset(static_cast<std::byte *>(
-            PXvalloc2(slotBytes, slotBytes, "Source/BRFrameReader", __LINE__)));
-        if (!slot.memory) {
+        auto memory = reader->_frameBuffer->makeBuffer(width, height);
+        if (!memory) {
             BRLog(BRLogError, "Memory allocation failed");
-            return PXFail(
-                PXPOSIXError(ENOMEM, u"Could not make the buffers of the frame reader"_s));
+            return PXFail(std::move(memory).error());
         }
+        slot.memory = *std::move(memory);
     }
     auto cursorSource = platform.makeCursorSource();
     if (!cursorSource)
@@ -63,15 +54,20 @@ PXExpected<void> BRFrameReader::pushDirtyRects(std::vector<PXRect> rects, double
                                                const PXRect &captureRect)
 {
     const PXPixelRect display = _platform.mainDisplay().bounds();
-    _pixelRects.clear();
-    for (const PXRect &rect : rects)
-        _pixelRects.push_back(PXPixelsFromRect(rect, display));
-    const auto arrived = _frameBuffer->read(_pixelRects, *_arrival);
-    if (!arrived)
-        return PXFail(arrived.error());
     Slot &slot = _slots[_currentIndex];
+    PXPixelRect unionOfPixels;
+    _pixelRects.clear();
+    for (const PXRect &rect : rects) {
+        _pixelRects.push_back(PXPixelsFromRect(rect, display));
+        unionOfPixels = PXUnion(unionOfPixels, _pixelRects.back());
+    }
+    const auto buffer = _frameBuffer->read(_pixelRects, *slot.memory);
+    if (!buffer)
+        return PXFail(buffer.error());
+    slot.buffer = *buffer;
     slot.rects = std::move(rects);
-    _takeOver(*arrived, slot);
+    slot.unionOfRects = PXRectFromPixels(unionOfPixels, display);
+    slot.unionOfPixels = unionOfPixels;
     slot.timestamp = timestamp;
     slot.captureRect = captureRect;
     _currentIndex = (_currentIndex + 1) % kSlots;
@@ -79,45 +75,6 @@ PXExpected<void> BRFrameReader::pushDirtyRects(std::vector<PXRect> rects, double
     _slots[_currentIndex].cursor.reset();
     _grabDirtyRectsFromBufferAtIndex((_currentIndex + 1) % kSlots);
     return {};
-}
-
-void BRFrameReader::_takeOver(const PXPixelView &arrived, Slot &slot) const
-{
-    PXPixelRect whole;
-    int widest = 0;
-    int rows = 0;
-    for (const PXPixelRect &rect : _pixelRects) {
-        whole = PXUnion(whole, rect);
-        widest = std::max(widest, rect.width);
-        rows += rect.height;
-    }
-    // One above the other the rectangles lie close together, and the widest is ready to be
-    // compressed as it is. Where that takes more room than there is they lie as on the screen.
-    const bool isStack = std::int64_t{widest} * rows <= _pixelsOfSlot;
-    const int width = isStack ? widest : whole.width;
-    const int height = isStack ? rows : whole.height;
-    slot.buffer = {slot.memory.get(), std::ptrdiff_t{4} * width, width, height, true};
-    slot.rectsWithinBuffer.clear();
-    slot.pieces.clear();
-    int y = 0;
-    for (const PXPixelRect &rect : _pixelRects) {
-        const int xOfWhole = rect.x - whole.x;
-        const int yOfWhole = whole.y + whole.height - rect.y - rect.height;
-        const int x = isStack ? 0 : xOfWhole;
-        y = isStack ? y : yOfWhole;
-        const PXPixelView view{slot.buffer.pixel(x, y), slot.buffer.bytesPerRow, rect.width,
-                               rect.height, true};
-        BRFrameSmoosher::copyOpaqueRows(arrived.pixel(xOfWhole, yOfWhole), arrived.bytesPerRow,
-                                        rect.width, rect.height, view.lowestRow, view.bytesPerRow);
-        slot.rectsWithinBuffer.push_back({static_cast<float>(x), static_cast<float>(y),
-                                          static_cast<float>(rect.width),
-                                          static_cast<float>(rect.height)});
-        if (isStack)
-            slot.pieces.push_back({rect, view});
-        y += rect.height;
-    }
-    if (!isStack)
-        slot.pieces.push_back({whole, slot.buffer});
 }
 
 PXRect BRFrameReader::captureCursorWithTimestamp(double, const PXRect &)
@@ -149,15 +106,20 @@ void BRFrameReader::_grabDirtyRectsFromBufferAtIndex(std::size_t index)
         return;
     _delegate.frameReaderWillGrabRects(*this, rects, slot.timestamp);
     std::vector<PXRect> rectsWithinFrame;
+    std::vector<PXRect> rectsWithinBuffer;
     rectsWithinFrame.reserve(rects.size());
-    for (const PXRect &rect : rects)
+    rectsWithinBuffer.reserve(rects.size());
+    for (const PXRect &rect : rects) {
         rectsWithinFrame.push_back(
             {rect.x - slot.captureRect.x, rect.y - slot.captureRect.y, rect.width, rect.height});
+        rectsWithinBuffer.push_back(
+            {rect.x - slot.unionOfRects.x, rect.y - slot.unionOfRects.y, rect.width, rect.height});
+    }
     if (_showCursor)
         drawCursorAtIndex(index);
     _delegate.frameReaderDidGrabDirtyRects(*this, std::move(rectsWithinFrame),
-                                           std::exchange(slot.rectsWithinBuffer, {}),
-                                           slot.timestamp, slot.buffer, slot.captureRect);
+                                           std::move(rectsWithinBuffer), slot.timestamp,
+                                           slot.buffer, slot.captureRect);
 }
 
 void BRFrameReader::drawCursorAtIndex(std::size_t index) const
@@ -165,12 +127,12 @@ void BRFrameReader::drawCursorAtIndex(std::size_t index) const
     const Slot &slot = _slots[index];
     if (!slot.cursor)
         return;
-    const PXCursorImage &image = *slot.cursor->image;
-    const PXSize size{static_cast<float>(image.width), static_cast<float>(image.height)};
     // From pixels to pixels: the display may have moved on the desktop since they were read.
-    for (const Piece &piece : slot.pieces)
-        BRFrameSmoosher::overlayCursorData(image.pixels.data(), size, piece.view,
-                                           PXRectFromPixels(slot.cursor->rect, piece.pixels));
+    const PXRect placeInBuffer = PXRectFromPixels(slot.cursor->rect, slot.unionOfPixels);
+    const PXCursorImage &image = *slot.cursor->image;
+    BRFrameSmoosher::overlayCursorData(
+        image.pixels.data(), {static_cast<float>(image.width), static_cast<float>(image.height)},
+        slot.buffer, placeInBuffer);
 }
 
 void BRFrameReader::flushRemainingDirtyRects()

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "foundation/PXAllocation.h"
 #include "foundation/PXError.h"
 #include "foundation/PXGeometry.h"
 #include "foundation/PXPixelView.h"
@@ -9,7 +8,6 @@
 #include <QImage>
 
 #include <array>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -80,17 +78,12 @@ public:
     [[nodiscard]] PXCursorSource &cursorSource() { return *_cursorSource; }
 
 private:
-    /// An area of the desktop and where its pixels lie in a slot's buffer.
-    struct Piece {
-        PXPixelRect pixels;
-        PXPixelView view;
-    };
     struct Slot {
-        PXBuffer memory;
+        std::unique_ptr<PXPixelBuffer> memory;
         PXPixelView buffer;
         std::vector<PXRect> rects; ///< Global coordinates; empty when nothing waits here.
-        std::vector<PXRect> rectsWithinBuffer;
-        std::vector<Piece> pieces; ///< All that the buffer holds, each pixel once.
+        PXRect unionOfRects;
+        PXPixelRect unionOfPixels; ///< The same on the desktop.
         PXRect captureRect;
         double timestamp = 0;
         std::optional<PXCursor> cursor;
@@ -99,7 +92,6 @@ private:
 
     BRFrameReader(PXScreenPlatform &platform, BRFrameReaderDelegate &delegate, bool showCursor);
 
-    void _takeOver(const PXPixelView &arrived, Slot &slot) const;
     void _grabDirtyRectsFromBufferAtIndex(std::size_t index);
     void drawCursorAtIndex(std::size_t index) const;
 
@@ -109,8 +101,6 @@ private:
     std::unique_ptr<PXFrameBufferReader> _frameBuffer;
     std::unique_ptr<PXCursorSource> _cursorSource;
     std::array<Slot, kSlots> _slots;
-    std::unique_ptr<PXPixelBuffer> _arrival; ///< What the back end reads into.
-    std::int64_t _pixelsOfSlot = 0;
     std::vector<PXPixelRect> _pixelRects; ///< Kept so that a grab allocates nothing.
     std::size_t _currentIndex = 0;
 };

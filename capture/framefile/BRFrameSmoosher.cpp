@@ -32,7 +32,7 @@ void forPixels(const std::byte *from, std::byte *to, std::size_t pixels, Operati
     std::memcpy(to + i * 4, &rest, (pixels - i) * 4);
 }
 
-void copyOpaqueRow(const std::byte *from, std::byte *to, std::size_t pixels)
+void packOpaqueRow(const std::byte *from, std::byte *to, std::size_t pixels)
 {
     forPixels(from, to, pixels, [](BRPixelVector some) { return some | 0xFF000000U; });
 }
@@ -40,7 +40,7 @@ void copyOpaqueRow(const std::byte *from, std::byte *to, std::size_t pixels)
 #if defined(__x86_64__)
 /// The same a cache line at a time: the pixels come from memory that another core has written, and
 /// with narrow loads the processor waits for too few lines at once.
-[[gnu::target("avx2")]] void copyOpaqueRowWide(const std::byte *from, std::byte *to,
+[[gnu::target("avx2")]] void packOpaqueRowWide(const std::byte *from, std::byte *to,
                                                std::size_t pixels)
 {
     using Half [[gnu::vector_size(32)]] = std::uint32_t;
@@ -52,19 +52,19 @@ void copyOpaqueRow(const std::byte *from, std::byte *to, std::size_t pixels)
         line[1] |= 0xFF000000U;
         std::memcpy(to, line, sizeof line);
     }
-    copyOpaqueRow(from, to, pixels);
+    packOpaqueRow(from, to, pixels);
 }
 #endif
 
-using CopyRow = void (*)(const std::byte *, std::byte *, std::size_t);
+using PackRow = void (*)(const std::byte *, std::byte *, std::size_t);
 
-CopyRow fastestCopyOpaqueRow()
+PackRow fastestPackOpaqueRow()
 {
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("avx2"))
-        return copyOpaqueRowWide;
+        return packOpaqueRowWide;
 #endif
-    return copyOpaqueRow;
+    return packOpaqueRow;
 }
 
 void swapRows(std::byte *a, std::byte *b, std::size_t bytes)
@@ -178,16 +178,12 @@ void overlayDirtyRect(const std::byte *dirtyRect, std::byte *onPixelBuffer,
 void packOpaqueRows(const std::byte *lowestRow, std::ptrdiff_t bytesPerRow, int width, int height,
                     std::byte *intoBuffer)
 {
-    copyOpaqueRows(lowestRow, bytesPerRow, width, height, intoBuffer, std::ptrdiff_t{4} * width);
-}
-
-void copyOpaqueRows(const std::byte *lowestRow, std::ptrdiff_t bytesPerRow, int width, int height,
-                    std::byte *intoBuffer, std::ptrdiff_t bytesPerRowOfBuffer)
-{
-    static const CopyRow copyRow = fastestCopyOpaqueRow();
-    for (int y = 0; y < height; ++y)
-        copyRow(lowestRow + y * bytesPerRow, intoBuffer + y * bytesPerRowOfBuffer,
-                static_cast<std::size_t>(width));
+    static const PackRow packRow = fastestPackOpaqueRow();
+    const auto pixels = static_cast<std::size_t>(width);
+    for (int y = 0; y < height; ++y) {
+        packRow(lowestRow + y * bytesPerRow, intoBuffer, pixels);
+        intoBuffer += pixels * 4;
+    }
 }
 
 } // namespace BRFrameSmoosher

@@ -34,12 +34,8 @@ void overlayCursorData(const std::byte *cursorData, PXSize size,
 void overlayDirtyRect(const std::byte *dirtyRect, std::byte *onPixelBuffer,
                       std::ptrdiff_t bytesPerRow, const PXRect &inRect, int totalHeight);
 
-/// Copies rows of B, G, R, A and makes every pixel opaque, in one pass. `lowestRow` is the first
-/// row written and read; both steps lead to the next and may be negative.
-void copyOpaqueRows(const std::byte *lowestRow, std::ptrdiff_t bytesPerRow, int width, int height,
-                    std::byte *intoBuffer, std::ptrdiff_t bytesPerRowOfBuffer);
-
-/// The same into a buffer without gaps.
+/// Packs rows of B, G, R, A without gaps and makes every pixel opaque, in one pass. `lowestRow` is
+/// the first row written and read; `bytesPerRow` leads to the next and may be negative.
 void packOpaqueRows(const std::byte *lowestRow, std::ptrdiff_t bytesPerRow, int width, int height,
                     std::byte *intoBuffer);
 

@@ -152,7 +152,7 @@ private:
     void compression_None_writeDirtyRect(const RectangleRecord &record, const std::byte *lowestRow,
                                          std::ptrdiff_t bytesPerRow);
     void compression_LZO_writeDirtyRect(const RectangleRecord &record, const std::byte *lowestRow,
-                                        const PXPixelView &buffer);
+                                        std::ptrdiff_t bytesPerRow);
     void compression_RLE_writeDirtyRect(const RectangleRecord &record, const std::byte *lowestRow,
                                         std::ptrdiff_t bytesPerRow);
     PXExpected<void> _endFrame();

@@ -171,7 +171,7 @@ PXExpected<void> BRFrameStreamer::writeDirtyRect(const PXRect &dirtyRect, const 
         mFileStream.writeUInt32(value);
     mBytesReadWritten += 16;
     if (mCompressionType == BRRawCompression::LZO)
-        compression_LZO_writeDirtyRect(record, lowestRow, buffer);
+        compression_LZO_writeDirtyRect(record, lowestRow, buffer.bytesPerRow);
     else if (mCompressionType == BRRawCompression::RLE)
         compression_RLE_writeDirtyRect(record, lowestRow, buffer.bytesPerRow);
     else
@@ -211,20 +211,16 @@ void BRFrameStreamer::compression_None_writeDirtyRect(const RectangleRecord &rec
 
 void BRFrameStreamer::compression_LZO_writeDirtyRect(const RectangleRecord &record,
                                                      const std::byte *lowestRow,
-                                                     const PXPixelView &buffer)
+                                                     std::ptrdiff_t bytesPerRow)
 {
-    const std::size_t rowBytes = std::size_t{record.width} * 4;
-    const std::byte *pixels = mTemporaryBuffer.get();
-    if (buffer.isOpaque && buffer.bytesPerRow == static_cast<std::ptrdiff_t>(rowBytes))
-        pixels = lowestRow;
-    else if (lowestRow != nullptr)
-        BRFrameSmoosher::packOpaqueRows(lowestRow, buffer.bytesPerRow,
-                                        static_cast<int>(record.width),
+    if (lowestRow != nullptr)
+        BRFrameSmoosher::packOpaqueRows(lowestRow, bytesPerRow, static_cast<int>(record.width),
                                         static_cast<int>(record.height), mTemporaryBuffer.get());
-    const std::size_t length = lowestRow != nullptr ? rowBytes * record.height : 0;
+    const std::size_t length
+        = lowestRow != nullptr ? std::size_t{record.width} * record.height * 4 : 0;
     lzo_uint compressedLength = 0;
     // Never fails: it has no other result than LZO_E_OK, and the buffer is large enough.
-    lzo1x_1_compress(reinterpret_cast<const unsigned char *>(pixels), length,
+    lzo1x_1_compress(reinterpret_cast<const unsigned char *>(mTemporaryBuffer.get()), length,
                      reinterpret_cast<unsigned char *>(mCompressedDataBuffer.get()),
                      &compressedLength, _lzoWorkMemory.get());
     mFileStream.writeUInt32(static_cast<std::uint32_t>(compressedLength));
