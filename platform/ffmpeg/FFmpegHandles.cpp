@@ -23,7 +23,7 @@ void logMessage(void *source, int level, const char *format, va_list arguments)
     // counts; what it calls a warning is about its own settings.
     if (level > AV_LOG_WARNING)
         return;
-    const int ourLevel = level <= AV_LOG_ERROR ? BRLogWarning : BRLogInfo;
+    const int ourLevel = level <= AV_LOG_ERROR ? BRLogError : BRLogInfo;
     if (ourLevel > BRCurrentLogLevel())
         return;
     try {
