@@ -41,10 +41,9 @@ PXExpected<void> X11DisplayLink::start(std::function<std::uint64_t(std::uint64_t
     if (_thread.joinable())
         throw std::logic_error("X11DisplayLink: started twice");
     _refresh = std::move(refresh);
-    {
-        const PXLock lock(_lock);
-        _schedule(kNextRefresh);
-    }
+    // The first call may come, and stop the link, before this thread has noted the other.
+    const PXLock lock(_lock);
+    _schedule(kNextRefresh);
     _thread = std::jthread([this] { _run(); });
     return {};
 }
@@ -73,12 +72,14 @@ void X11DisplayLink::wake(std::uint64_t notBefore)
 
 void X11DisplayLink::stop()
 {
+    bool isOutside = false;
     {
         const PXLock lock(_lock);
         _phase = Phase::Stopped;
+        isOutside = _thread.joinable() && _thread.get_id() != std::this_thread::get_id();
     }
     _stopped.signal();
-    if (_thread.joinable() && _thread.get_id() != std::this_thread::get_id())
+    if (isOutside)
         _thread.join();
 }
 
