@@ -28,8 +28,8 @@ BRFrameReader::pixelsWide(int width, int height, bool captureCursor, PXScreenPla
               frameBuffer ? 1U : 0U, width, height);
         if (!frameBuffer)
             return PXFail(std::move(frameBuffer).error());
-        return PXFail({kBRErrorDomain,
-                       1,
+        return PXFail({kPXPOSIXErrorDomain,
+                       EINVAL,
                        u"Cannot record an area of %1x%2 pixels"_s.arg(width).arg(height),
                        u"Choose an area with a width and a height."_s,
                        {}});

@@ -14,6 +14,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <stdexcept>
 
@@ -29,7 +30,7 @@ namespace {
 PXExpected<void> checkOptions(const BRScreenRecordingOptions &options)
 {
     const auto fail = [](const QString &what, const QString &suggestion) {
-        return PXFail({kBRErrorDomain, 1, what, suggestion, {}});
+        return PXFail({kPXPOSIXErrorDomain, EINVAL, what, suggestion, {}});
     };
     if (!(options.numberOfFramesPerSecond > 0))
         return fail(u"Cannot record %1 frames per second"_s.arg(

@@ -100,7 +100,7 @@ PXExpected<void> BRFrameCompressor::startCompression(const QString &outputPath)
         return PXFail(BRExportErrors::cannotReplace(outputPath));
     _replacedFile = *std::move(replaced);
 
-    auto started = _createCompressionSession();
+    auto started = _createCompressionSessionWithCodec();
     if (started)
         started = _exportMovieToPath(outputPath);
     if (started)
@@ -127,7 +127,7 @@ PXExpected<void> BRFrameCompressor::_detachThread()
     return {};
 }
 
-PXExpected<void> BRFrameCompressor::_createCompressionSession()
+PXExpected<void> BRFrameCompressor::_createCompressionSessionWithCodec()
 {
     const BRCompressionOptions &chosen = _compressionOptions;
     if (chosen.codec == 0 || chosen.width == 0 || chosen.height == 0 || !chosen.options)

@@ -126,16 +126,16 @@ private:
     };
 
     void _getSavedSettings();
-    PXExpected<void> _createCompressionSession();
+    PXExpected<void> _createCompressionSessionWithCodec();
     PXExpected<void> _exportMovieToPath(const QString &outputPath);
     PXExpected<void> _detachThread();
     void _threadedCompressFrames();
     std::optional<Ending> _compressFrames();
     std::optional<Ending> _compressFramesWithinMemory();
-    void _reportCompressionStarted(std::uint32_t totalFrames);
+    void _informDelegateCompressionStarted(std::uint32_t totalFrames);
     PXExpected<void> _flushFrames(double captureDuration);
     PXExpected<void> _exportFrame(const BRFrameAssembler &frame);
-    void _sendFrameBegan(const BRFrameAssembler &frame);
+    void _informDelegateFrameBegan(const BRFrameAssembler &frame);
     void _frameCameOut(const PXExpected<PXEncodedFramePtr> &frame);
     void _doneCompressingFrame(const PXEncodedFramePtr &frame);
     void _compressingFrameFailed();

@@ -88,7 +88,7 @@ std::optional<BRFrameCompressor::Ending> BRFrameCompressor::_compressFrames()
               frames.width(), frames.height(), static_cast<double>(_exportedSelectionSize.width),
               static_cast<double>(_exportedSelectionSize.height));
     }
-    _reportCompressionStarted((*streamer)->numberOfFrames());
+    _informDelegateCompressionStarted((*streamer)->numberOfFrames());
 
     while (!_cancel) {
         const auto result = frames.readNextFrame();
@@ -113,7 +113,7 @@ std::optional<BRFrameCompressor::Ending> BRFrameCompressor::_compressFrames()
     return Ending{};
 }
 
-void BRFrameCompressor::_reportCompressionStarted(std::uint32_t totalFrames)
+void BRFrameCompressor::_informDelegateCompressionStarted(std::uint32_t totalFrames)
 {
     _totalNumberOfFrames = totalFrames;
     _numberOfFramesRemaining = totalFrames;
@@ -132,6 +132,8 @@ PXExpected<void> BRFrameCompressor::_flushFrames(double captureDuration)
 {
     const double soleFrameDuration
         = std::max(captureDuration, 1 / std::max(_exportedCaptureRate, 1.0));
+    if (const std::uint32_t left = _numberOfFramesInPipeline; left != 0)
+        BRLog(BRLogInfo, "_threadedCompressFrame: waiting for frames remaining (%d)", left);
     // Comes back when every frame has come out.
     const auto completed = _compressionSession->completeFrames(soleFrameDuration);
     if (const auto failure = _compressionSession->failure())
@@ -140,15 +142,13 @@ PXExpected<void> BRFrameCompressor::_flushFrames(double captureDuration)
         _logAndBeep(QString::asprintf("ICMCompressionSessionCompleteFrames() failed with error %i",
                                       completed.error().code));
     }
-    if (const std::uint32_t left = _numberOfFramesInPipeline; left != 0)
-        BRLog(BRLogInfo, "_threadedCompressFrame: waiting for frames remaining (%d)", left);
     return {};
 }
 
 // An error ends the export; a single frame that fails does not.
 PXExpected<void> BRFrameCompressor::_exportFrame(const BRFrameAssembler &frame)
 {
-    _sendFrameBegan(frame);
+    _informDelegateFrameBegan(frame);
     ++_numberOfFramesInPipeline;
     const PXPictureView picture{frame.picture().data(), std::ptrdiff_t{4} * frame.width(),
                                 frame.width(), frame.height()};
@@ -172,7 +172,7 @@ void BRFrameCompressor::_logAndBeep(const QString &message)
         _alert->beep(message);
 }
 
-void BRFrameCompressor::_sendFrameBegan(const BRFrameAssembler &frame)
+void BRFrameCompressor::_informDelegateFrameBegan(const BRFrameAssembler &frame)
 {
     QImage picture;
     const bool isWaited = _sendsPictures && !_pictureIsWaiting.exchange(true);

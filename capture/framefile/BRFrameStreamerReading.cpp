@@ -105,7 +105,7 @@ PXExpected<void> BRFrameStreamer::_allocateReadingBuffers()
     if (!mTemporaryBuffer || !mCompressedDataBuffer)
         return PXFail(PXPOSIXError(ENOMEM, u"Could not read file "_s + mFilePath));
     if (lzo_init() != LZO_E_OK)
-        return PXFail(PXError{kBRErrorDomain, 1, u"The LZO library does not work."_s, {}, {}});
+        return PXFail(PXPOSIXError(ENOTSUP, u"The LZO library does not work"_s));
     return {};
 }
 

@@ -100,7 +100,7 @@ PXExpected<void> BRFrameStreamer::_allocateWritingBuffers()
     if (mCompressionType != BRRawCompression::LZO)
         return {};
     if (lzo_init() != LZO_E_OK)
-        return PXFail(PXError{kBRErrorDomain, 1, u"The LZO library does not work."_s, {}, {}});
+        return PXFail(PXPOSIXError(ENOTSUP, u"The LZO library does not work"_s));
     _lzoWorkMemory.reset(static_cast<std::byte *>(std::malloc(LZO1X_1_MEM_COMPRESS)));
     if (!_lzoWorkMemory)
         return PXFail(outOfMemory());
