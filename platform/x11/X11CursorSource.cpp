@@ -151,6 +151,8 @@ PXExpected<void> X11CursorSource::_askPlace()
         askAhead();
     if (!std::exchange(_askedAhead, false))
         return {};
+    // Armed on another connection, which the server may read after this question: a motion just
+    // between the two is then found when the belief ends.
     const bool isArmed = _isArmed;
     auto pointer = _connection->reply<xcb_query_pointer_reply>(
         "xcb_query_pointer", xcb_query_pointer_cookie_t{std::exchange(_question, 0)});
