@@ -11,6 +11,10 @@
 #include <cstring>
 #include <utility>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace {
 
 /// Applies `vectorOperation` to whole vectors and the same to the pixels that are left.
@@ -32,31 +36,38 @@ void forPixels(const std::byte *from, std::byte *to, std::size_t pixels, Operati
     std::memcpy(to + i * 4, &rest, (pixels - i) * 4);
 }
 
-void packOpaqueRow(const std::byte *from, std::byte *to, std::size_t pixels)
+void packOpaqueRow(const std::byte *from, std::byte *to, std::size_t pixels, const std::byte *)
 {
     forPixels(from, to, pixels, [](BRPixelVector some) { return some | 0xFF000000U; });
 }
 
 #if defined(__x86_64__)
-/// The same a cache line at a time: the pixels come from memory that another core has written, and
-/// with narrow loads the processor waits for too few lines at once.
+/// The same a cache line at a time, while the next row is on its way: the rows are gone through
+/// upwards, where the processor fetches nothing ahead by itself. By intrinsics, because what the
+/// compiler makes of its own vectors of this width goes through the stack and takes four times as
+/// long.
 [[gnu::target("avx2")]] void packOpaqueRowWide(const std::byte *from, std::byte *to,
-                                               std::size_t pixels)
+                                               std::size_t pixels, const std::byte *nextRow)
 {
-    using Half [[gnu::vector_size(32)]] = std::uint32_t;
-    Half line[2];
-    constexpr std::size_t kPixels = sizeof line / 4;
-    for (; pixels >= kPixels; pixels -= kPixels, from += sizeof line, to += sizeof line) {
-        std::memcpy(line, from, sizeof line);
-        line[0] |= 0xFF000000U;
-        line[1] |= 0xFF000000U;
-        std::memcpy(to, line, sizeof line);
+    using Vector = __m256i;
+    constexpr std::size_t kLine = 2 * sizeof(Vector);
+    const Vector opaque = _mm256_set1_epi32(static_cast<int>(0xFF000000U));
+    for (; pixels * 4 >= kLine; pixels -= kLine / 4) {
+        const Vector left = _mm256_loadu_si256(reinterpret_cast<const Vector *>(from));
+        const Vector right = _mm256_loadu_si256(reinterpret_cast<const Vector *>(from) + 1);
+        _mm_prefetch(nextRow, _MM_HINT_T1);
+        _mm256_storeu_si256(reinterpret_cast<Vector *>(to), _mm256_or_si256(left, opaque));
+        _mm256_storeu_si256(reinterpret_cast<Vector *>(to) + 1, _mm256_or_si256(right, opaque));
+        from += kLine;
+        to += kLine;
+        nextRow += kLine;
     }
-    packOpaqueRow(from, to, pixels);
+    packOpaqueRow(from, to, pixels, nextRow);
 }
 #endif
 
-using PackRow = void (*)(const std::byte *, std::byte *, std::size_t);
+using PackRow
+    = void (*)(const std::byte *from, std::byte *to, std::size_t pixels, const std::byte *nextRow);
 
 PackRow fastestPackOpaqueRow()
 {
@@ -181,7 +192,8 @@ void packOpaqueRows(const std::byte *lowestRow, std::ptrdiff_t bytesPerRow, int 
     static const PackRow packRow = fastestPackOpaqueRow();
     const auto pixels = static_cast<std::size_t>(width);
     for (int y = 0; y < height; ++y) {
-        packRow(lowestRow + y * bytesPerRow, intoBuffer, pixels);
+        const std::byte *row = lowestRow + y * bytesPerRow;
+        packRow(row, intoBuffer, pixels, y + 1 < height ? row + bytesPerRow : row);
         intoBuffer += pixels * 4;
     }
 }
