@@ -161,8 +161,9 @@ PXExpected<void> takeOverOldKeys(PXDefaults &defaults)
 
 void registerFactoryDefaults(PXDefaults &defaults)
 {
-    // Errors were logged where they happened; the program runs on with what is in memory.
-    (void)takeOverOldKeys(defaults);
+    // The program runs on with what is in memory.
+    if (const auto taken = takeOverOldKeys(defaults); !taken)
+        BRLog(BRLogWarning, PXErrorLine(taken.error()));
     QVariantMap values;
     for (const Entry &entry : table())
         values.insert(entry.key, entry.value);

@@ -5,6 +5,8 @@
 
 #include <QCoreApplication>
 
+#include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -16,6 +18,11 @@ int main(int argc, char **argv)
     PXTimeIntervalSinceReferenceDate();
     try {
         QCoreApplication application(argc, argv);
+        // It took over the user's language, in which strtod() may expect a comma. Numbers on the
+        // command line are the same everywhere.
+        std::setlocale(LC_NUMERIC, "C");
+        // A file that may not grow any more is a failure to tell of, like a full disk.
+        std::signal(SIGXFSZ, SIG_IGN);
         QCoreApplication::setApplicationName(QStringLiteral("Tolvane"));
         FFmpegMediaPlatform media;
         const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media};

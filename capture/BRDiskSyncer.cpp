@@ -39,6 +39,14 @@ void BRDiskSyncer::noteThatFilesWereWritten()
     _written.notify_one();
 }
 
+PXExpected<void> BRDiskSyncer::finish()
+{
+    _thread.request_stop();
+    if (_thread.joinable())
+        _thread.join();
+    return _firstError ? PXExpected<void>(PXFail(*_firstError)) : PXExpected<void>();
+}
+
 void BRDiskSyncer::_run(const std::stop_token &stop)
 {
     PXSetThreadName("tolvane-sync");
@@ -78,8 +86,9 @@ void BRDiskSyncer::_sync()
 
 void BRDiskSyncer::_fail(const PXError &error)
 {
-    if (std::exchange(_hasFailed, true))
+    if (_firstError)
         return;
+    _firstError = error;
     BRLog(BRLogError, error.description);
     _failed(error);
 }

@@ -7,6 +7,7 @@
 
 #include <condition_variable>
 #include <functional>
+#include <optional>
 #include <thread>
 
 /// Brings what a recording has written to the disk about every two seconds, on a thread of its
@@ -24,6 +25,8 @@ public:
 
     /// Something was written. Any thread; costs a lock and no system call in the usual case.
     void noteThatFilesWereWritten();
+    /// Syncs once more, ends the thread and returns the first error of all. One thread.
+    [[nodiscard]] PXExpected<void> finish();
 
 private:
     void _run(const std::stop_token &stop);
@@ -32,7 +35,7 @@ private:
 
     const QStringList _filePaths;
     const std::function<void(const PXError &)> _failed;
-    bool _hasFailed = false; // The thread's.
+    std::optional<PXError> _firstError; ///< The thread's, until it has ended.
     PXMutex _lock;
     std::condition_variable_any _written;
     bool _mustBeSynced PX_GUARDED_BY(_lock) = false;

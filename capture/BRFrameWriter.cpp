@@ -69,6 +69,9 @@ std::optional<BRFrameToWrite> BRFrameWriter::handOff(BRFrameToWrite frame)
         _writeFrameThatMustBeWritten();
         return std::nullopt;
     }
+    // Its place in the file is needed when the files are made anew at the end.
+    if (_hasNoWriter && _frameMustBeWritten && _frameToWrite.isKeyFrame)
+        return frame;
     std::optional<BRFrameToWrite> replaced;
     if (_frameMustBeWritten)
         replaced = std::move(_frameToWrite);

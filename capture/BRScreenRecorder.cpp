@@ -48,8 +48,7 @@ PXExpected<void> checkOptions(const BRScreenRecordingOptions &options)
                     u"Choose 1 (LZO) or 2 (RLE)."_s);
     // Large, and only whole frames of it read back: nobody chooses that, a setting went wrong.
     if (compression == static_cast<std::int32_t>(BRRawCompression::None))
-        BRLog(BRLogWarning,
-              "Recording without compression: the setting optimizeFor is neither 0 nor 1.");
+        BRLog(BRLogWarning, "Recording without compression, which is neither LZO nor RLE.");
     return {};
 }
 
@@ -142,8 +141,14 @@ void BRScreenRecorder::_takeBackStart()
     }
     _hasFailed = false;
     _setIsRecording(false);
-    if (_statusItem)
+    if (_statusItem) {
+        _statusItem->setStatusItemText(std::nullopt);
         _statusItem->setStatusItemImage(u"status-normal"_s);
+    }
+    // The next try begins like the first.
+    const PXLock lock(_grabbingLock);
+    _timeOfLastStatusItemUpdate = 0;
+    _timeOfFirstFailedRead.reset();
 }
 
 void BRScreenRecorder::_setOptions(const BRScreenRecordingOptions &options)
@@ -210,10 +215,13 @@ PXExpected<void> BRScreenRecorder::_createFrameReaderAndWriter()
     const auto fail = [this](const PXError &error) { _fail(error); };
     auto diskSyncer
         = std::make_unique<BRDiskSyncer>(QStringList{filePath, filePath + u".index"_s}, fail);
-    auto makeStreamer = [filePath, options] {
-        return BRFrameStreamer::withFilePathForWriting(
+    auto makeStreamer = [alert = _alert, filePath, options] {
+        auto streamer = BRFrameStreamer::withFilePathForWriting(
             filePath, options.screenSelectionSize,
             static_cast<BRRawCompression>(options.videoCompression), options.lossyLevel);
+        if (!streamer && alert)
+            alert->beep(PXErrorLine(streamer.error()));
+        return streamer;
     };
     auto frameWriter
         = BRFrameWriter::withStreamer(std::move(makeStreamer), fail, [syncer = diskSyncer.get()] {
@@ -330,6 +338,15 @@ void BRScreenRecorder::_finishFile()
     _diskSyncer->noteThatFilesWereWritten();
 }
 
+PXExpected<void> BRScreenRecorder::waitUntilStored()
+{
+    if (!_diskSyncer)
+        return {};
+    const auto stored = _diskSyncer->finish();
+    // What the owner was told while it recorded is not told twice.
+    return _hasToldOfFailure ? PXExpected<void>() : stored;
+}
+
 void BRScreenRecorder::_tellDelegateThatRecordingStopped()
 {
     _tellDelegateOfFailure();
@@ -356,8 +373,9 @@ void BRScreenRecorder::_writeAverageCaptureRate() const
     auto written = PXFileManager::createAllDirectoriesForPath(_folderPath);
     if (written)
         written = PXPropertyList::write(info, path, PXPropertyList::Format::XML);
+    // On a disk that is known to be full this is no news.
     if (!written)
-        BRLog(BRLogError, PXErrorLine(written.error()));
+        BRLog(_hasFailed ? BRLogError : BRLogWarning, PXErrorLine(written.error()));
 }
 
 void BRScreenRecorder::_fail(const PXError &error)
@@ -378,9 +396,11 @@ void BRScreenRecorder::_tellDelegateOfFailure()
         const PXLock lock(_failureLock);
         failure = std::exchange(_failure, std::nullopt);
     }
-    // After the end only the disk can fail, and that is in the log.
-    if (failure && _delegate && !_hasReported)
+    // After the end only the disk can fail, and waitUntilStored() tells that.
+    if (failure && _delegate && !_hasReported) {
+        _hasToldOfFailure = true;
         _delegate->screenRecorderFailed(*this, *failure);
+    }
 }
 
 BRScreenRecordingOptions BRScreenRecorder::_currentOptions() const

@@ -4,6 +4,7 @@
 #include "capture/BRFrameWriter.h"
 #include "capture/BRRecordingStatus.h"
 #include "capture/BRScreenRecordingOptions.h"
+#include "foundation/PXAlert.h"
 #include "foundation/PXError.h"
 #include "foundation/PXGeometry.h"
 #include "foundation/PXMutex.h"
@@ -92,10 +93,16 @@ public:
     [[nodiscard]] const QString &uuid() const { return _uuid; }
     [[nodiscard]] BRScreenRecorderDelegate *delegate() const { return _delegate; }
     void setDelegate(BRScreenRecorderDelegate *delegate) { _delegate = delegate; }
+    /// Beeps when the capture's files cannot be made. Before the start; outlives the recorder.
+    void setAlert(PXAlert *alert) { _alert = alert; }
     /// Where the camera is now. Any thread.
     [[nodiscard]] PXRect currentScreenSelectionRect() const;
     /// From a fixed area to one that follows the pointer and back; at the next grab.
     void toggleCameraMode();
+
+    /// After the report of the end: waits until what was recorded is on the disk. Fails with what
+    /// the disk refused and nobody was told of yet.
+    [[nodiscard]] PXExpected<void> waitUntilStored();
 
     /// Frames written to the file so far. Any thread.
     [[nodiscard]] std::uint32_t totalFramesWritten() const;
@@ -155,6 +162,7 @@ private:
     PXScreenPlatform &_platform;
     BRStatusItem *const _statusItem;
     BRMovieBounds *const _movieBounds;
+    PXAlert *_alert = nullptr;
     QString _folderPath;
 
     mutable PXMutex _optionsLock;
@@ -164,6 +172,7 @@ private:
     std::atomic<bool> _isRecording = false;
     bool _isStopping = false;
     bool _hasReported = false;
+    bool _hasToldOfFailure = false;
     std::atomic<bool> _hasFailed = false;
     PXMutex _failureLock;
     std::optional<PXError> _failure PX_GUARDED_BY(_failureLock); ///< Not told to the owner yet.
@@ -192,7 +201,8 @@ private:
     PXRect _previousCaptureRect PX_GUARDED_BY(_grabbingLock); ///< Selection of the push before.
     /// Kept so that a grab allocates nothing.
     std::vector<PXPixelRect> _damage PX_GUARDED_BY(_grabbingLock);
-    bool _lastReadFailed PX_GUARDED_BY(_grabbingLock) = false;
+    /// Of those since the last that went well.
+    std::optional<double> _timeOfFirstFailedRead PX_GUARDED_BY(_grabbingLock);
     std::atomic<std::uint32_t> _totalNumberOfFramesInStream = 0;
     std::atomic<std::uint32_t> _currentProposedFrameIndex = 0;
 

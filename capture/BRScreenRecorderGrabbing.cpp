@@ -20,6 +20,8 @@ constexpr double kInsideEarlyWindow = 0.0001;
 constexpr double kTimeBetweenStatusUpdates = 1.0;
 constexpr double kTimeBetweenPointerQuestions = 0.2;
 constexpr double kLongestWaitInRing = 0.25;
+/// When reads have failed for so long the display will not give any pixels again.
+constexpr double kLongestTimeWithoutRead = 2.0;
 /// The link may call this much before the wished time; what was due then is due now.
 constexpr double kEarlyCall = 0.005;
 constexpr std::uint32_t kGrabsBetweenKeyFrames = 30;
@@ -145,15 +147,18 @@ PXExpected<void> BRScreenRecorder::_grabRectsNow(double time)
             = _frameReader->pushDirtyRects(rects, time - _absoluteTimeOfFirstFrame, selection);
         if (!pushed) {
             _addDirtyRects(rects);
-            if (PXIsDisplayLost(pushed.error()))
-                _fail(pushed.error());
             // Once, however often it is tried again; what the display refused is in the log.
-            if (!_lastReadFailed && pushed.error().domain != kPXDisplayErrorDomain)
+            if (!_timeOfFirstFailedRead && pushed.error().domain != kPXDisplayErrorDomain)
                 BRLog(BRLogWarning, PXErrorLine(pushed.error()));
-            _lastReadFailed = true;
+            if (!_timeOfFirstFailedRead)
+                _timeOfFirstFailedRead = time;
+            // A display that changes may refuse a read or two.
+            if (PXIsDisplayLost(pushed.error())
+                || time - *_timeOfFirstFailedRead > kLongestTimeWithoutRead)
+                _fail(pushed.error());
             return pushed;
         }
-        _lastReadFailed = false;
+        _timeOfFirstFailedRead.reset();
         _previousCaptureRect = selection;
         _absoluteTimeOfLastFrame = _timeOfLastPush = time;
         ++_totalFramesGrabbed;

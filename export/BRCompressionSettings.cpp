@@ -107,10 +107,13 @@ QByteArray BRCompressionSettings::atomContainer() const
 {
     auto written = atoms;
     const auto put = [&](std::uint32_t type, const QByteArray &fields) {
-        auto found = std::find_if(written.begin(), written.end(),
+        // The last one, which is the one that is read.
+        auto found = std::find_if(written.rbegin(), written.rend(),
                                   [&](const auto &atom) { return atom.first == type; });
-        if (found == written.end())
-            found = written.insert(written.end(), {type, {}});
+        if (found == written.rend()) {
+            written.emplace_back(type, QByteArray());
+            found = written.rbegin();
+        }
         found->second.replace(0, fields.size(), fields);
     };
     put(kSpatial, packed(spatial.codecType, spatial.codec, spatial.depth, spatial.spatialQuality));
@@ -133,7 +136,6 @@ PXCompressionSessionOptions BRCompressionSettings::sessionOptions() const
     options.quality
         = static_cast<int>(std::min<std::uint32_t>(spatial.spatialQuality, kPXBestQuality));
     options.keyFrameInterval = std::max(0, temporal.keyFrameRate);
-    options.expectedFrameRate = temporal.frameRate / 65536.0;
     options.bitRate = std::max<std::int64_t>(0, std::int64_t{dataRate} * 8);
     options.fullChroma = fullChroma;
     options.speed = speed;

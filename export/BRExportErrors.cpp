@@ -84,6 +84,7 @@ PXError BRExportErrors::cannotCreateMovie(const QString &path, const PXError &re
 {
     if (reason.domain != kPXPOSIXErrorDomain || (reason.code != EBUSY && reason.code != ETXTBSY))
         return cannotBeginMovie("CreateMovieStorage", reason);
+    BRLog(BRLogError, "CreateMovieStorage() failed with error %i", kFileBusyError);
     return exportError(
         u"\"%1\" already exists and is in use, preventing Tolvane from replacing it with the new movie file."_s
             .arg(fileNameOf(path)),

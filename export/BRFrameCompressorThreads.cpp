@@ -130,8 +130,8 @@ void BRFrameCompressor::_informDelegateCompressionStarted(std::uint32_t totalFra
 
 PXExpected<void> BRFrameCompressor::_flushFrames(double captureDuration)
 {
-    const double soleFrameDuration
-        = std::max(captureDuration, 1 / std::max(_exportedCaptureRate, 1.0));
+    const double shortest = _exportedCaptureRate > 0 ? 1 / _exportedCaptureRate : 0;
+    const double soleFrameDuration = std::max(captureDuration, shortest);
     if (const std::uint32_t left = _numberOfFramesInPipeline; left != 0)
         BRLog(BRLogInfo, "_threadedCompressFrame: waiting for frames remaining (%d)", left);
     // Comes back when every frame has come out.

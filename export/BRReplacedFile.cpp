@@ -29,9 +29,19 @@ bool moveToFreePlace(const QByteArray &from, const QByteArray &to)
 {
     if (renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
         return true;
-    // Network file systems do not know the flag.
-    return (errno == EINVAL || errno == ENOSYS) && link(from.constData(), to.constData()) == 0
-        && unlink(from.constData()) == 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    // Network and shared file systems do not know the flag: onto an empty file of our own then.
+    const int claimed = open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (claimed < 0)
+        return false;
+    close(claimed);
+    if (rename(from.constData(), to.constData()) == 0)
+        return true;
+    const int error = errno;
+    unlink(to.constData());
+    errno = error;
+    return false;
 }
 
 } // namespace

@@ -45,7 +45,7 @@ QJsonValue jsonFromValue(const QVariant &value)
     }
 }
 
-/// A property list has no null, and a date must be one.
+/// A property list has no null, a date must be one, and data be written as data are.
 bool isStorable(const QJsonValue &json)
 {
     if (json.isArray()) {
@@ -57,6 +57,12 @@ bool isStorable(const QJsonValue &json)
         const QJsonObject object = json.toObject();
         if (object.size() == 1 && object.contains(u"date"_s))
             return valueFromJSON(json).toDateTime().isValid();
+        if (object.size() == 1 && object.contains(u"data"_s)) {
+            const QJsonValue data = object.value(u"data"_s);
+            return data.isString()
+                && QByteArray::fromBase64Encoding(data.toString().toLatin1(),
+                                                  QByteArray::AbortOnBase64DecodingErrors);
+        }
         return std::all_of(object.begin(), object.end(),
                            [](const auto element) { return isStorable(QJsonValue(element)); });
     }

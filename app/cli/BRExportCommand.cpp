@@ -6,6 +6,7 @@
 #include "app/cli/BRSignals.h"
 #include "app/cli/BRTerminal.h"
 #include "app/cli/BRUsageError.h"
+#include "capture/BRScreenRecorder.h"
 #include "export/BRFrameCompressor.h"
 #include "foundation/PXAlert.h"
 #include "foundation/PXDefaults.h"
@@ -18,8 +19,10 @@
 #include <QStringList>
 #include <QTimer>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <iterator>
 
 using namespace Qt::StringLiterals;
 
@@ -27,7 +30,7 @@ namespace {
 
 constexpr int kProgressIntervalMs = 200;
 constexpr int kProgressBarWidth = 15; ///< So that the time left fits on 80 columns.
-constexpr int kLargestSide = 16384;
+constexpr int kLargestSide = 16384; ///< That may be asked for; what was captured is taken as it is.
 
 QString stringFromSeconds(double seconds)
 {
@@ -144,8 +147,13 @@ private:
 bool isOfCapture(const QString &path, const BRCapturePath &capture)
 {
     const QFileInfo file(path);
-    return file == QFileInfo(capture.videoDataPath)
-        || file == QFileInfo(capture.videoDataPath + u".index"_s);
+    if (!file.exists()) // Files that are not there are all the same to QFileInfo.
+        return false;
+    const QString folder = QFileInfo(capture.videoDataPath).path();
+    const QString files[] = {capture.videoDataPath, capture.videoDataPath + u".index"_s,
+                             folder + u'/' + kBRMovieInfoName};
+    return std::any_of(std::begin(files), std::end(files),
+                       [&](const QString &ours) { return file == QFileInfo(ours); });
 }
 
 /// The captured size at `scale` percent.
@@ -215,15 +223,17 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
     const bool isCutShort = BRIsCutShort(**streamer);
     streamer->reset();
 
-    const auto movieSize
-        = checkSize(size.value_or(scaled(captured, arguments.scale.value_or(100))));
-    if (!movieSize)
-        return BRFailUsage(movieSize.error());
+    if (arguments.scale) {
+        const auto wanted = checkSize(scaled(captured, *arguments.scale));
+        if (!wanted)
+            return BRFailUsage(wanted.error());
+        size = *wanted;
+    }
     BRFrameCompressor compressor(capture->videoDataPath,
                                  capture->info.value(u"isUpsideDown"_s).toBool(), backEnds.media,
                                  PXDefaults::standardUserDefaults());
     compressor.setScreenSelectionSize(captured);
-    compressor.setMovieExportSize(*movieSize);
+    compressor.setMovieExportSize(size.value_or(captured));
     if (const double rate = capture->info.value(u"captureRate"_s).toDouble(); rate > 0)
         compressor.setCaptureRate(rate);
     BRCompressionOptions &options = compressor.compressionOptions();

@@ -11,6 +11,7 @@
 #include "foundation/FSByteFormatter.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXFileManager.h"
+#include "foundation/PXMainThread.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -155,13 +156,14 @@ private:
 };
 
 /// One recording from its folder to its last line of output.
-class RecordCommand final : private BRScreenRecorderDelegate {
+class RecordCommand final : private BRScreenRecorderDelegate, private PXAlert {
 public:
     RecordCommand(PXScreenPlatform &platform, QString moviesFolder)
         : _uuid(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()),
           _folderPath(QDir(moviesFolder).filePath(_uuid)),
           _recorder(_uuid, this, platform)
     {
+        _recorder.setAlert(this);
     }
 
     int run(const BRScreenRecordingOptions &options, std::optional<double> duration)
@@ -185,6 +187,11 @@ public:
         if (BRTerminal::showsProgress())
             _startProgress();
         QCoreApplication::exec();
+        // The path has been told: whoever waits for it goes on meanwhile.
+        if (const auto stored = _recorder.waitUntilStored(); !stored) {
+            BRTerminal::printError(stored.error());
+            return BRExitStatusOfError(stored.error(), BRAccess::Writing);
+        }
         return _status;
     }
 
@@ -235,6 +242,12 @@ private:
         _error = error;
         _status = BRExitStatusOfError(error, BRAccess::Writing);
         _stop();
+    }
+
+    // The failure itself is told as one.
+    void beep(const QString &) override
+    {
+        PXMainThread::post(&_context, [] { BRTerminal::ringBell(); });
     }
 
     const QString _uuid;

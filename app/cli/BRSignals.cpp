@@ -39,8 +39,17 @@ BRSignals::BRSignals(std::function<void()> stop)
     action.sa_handler = writeToPipe;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (const int signal : kSignals)
+    for (const int signal : kSignals) {
+        // Who started us with nohup does not want the terminal's end to be ours. Not so for
+        // SIGINT, which every shell ignores for what it starts in the background.
+        struct sigaction inherited = {};
+        if (signal == SIGHUP && ::sigaction(signal, nullptr, &inherited) == 0
+            && inherited.sa_handler == SIG_IGN)
+            continue;
         ::sigaction(signal, &action, nullptr);
+    }
+    // A reader of our messages that goes away must not end the work.
+    ::signal(SIGPIPE, SIG_IGN);
 }
 
 BRSignals::~BRSignals()

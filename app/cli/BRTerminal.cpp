@@ -27,6 +27,8 @@ int write(FILE *stream, const QString &text)
 
 bool hasProgressLine = false;
 int theOutputError = 0; ///< The first.
+/// Asked while it is still there.
+const bool outputIsTerminal = ::isatty(STDOUT_FILENO) == 1;
 QStringList thePrintedErrors;
 
 /// As much of `line` as fits; what switches a colour on or off takes no room and is never cut off.
@@ -48,7 +50,9 @@ QString fittedLine(const QString &line, int columns)
 
 void BRTerminal::print(const QString &line)
 {
-    if (const int error = write(stdout, line + u'\n'); theOutputError == 0)
+    const int error = write(stdout, line + u'\n');
+    // A terminal that was closed has nobody who waits for the line.
+    if (theOutputError == 0 && !(error == EIO && outputIsTerminal))
         theOutputError = error;
 }
 
@@ -122,7 +126,7 @@ QString BRTerminal::progressBar(double done, int width)
 {
     const int filled = static_cast<int>(std::clamp(done, 0.0, 1.0) * width);
     // Colour is decoration here: who set NO_COLOR sees the same bar without it.
-    const bool hasColor = !qEnvironmentVariableIsSet("NO_COLOR");
+    const bool hasColor = qEnvironmentVariableIsEmpty("NO_COLOR");
     const QString bar = QString(filled, u'#') + QString(width - filled, u'.');
     return hasColor ? u"[\x1b[36m%1\x1b[0m]"_s.arg(bar) : u"[%1]"_s.arg(bar);
 }

@@ -72,7 +72,9 @@ PXExpected<BRFrameAssembler::Result> BRFrameAssembler::readNextFrame()
     std::uint32_t count = 0;
     const bool hasRecord = _streamer.readFrame(count, _timestamp);
     const bool isWhole = hasRecord && _readRects(count, end);
-    if (!hasRecord && isLaterFrameKnown)
+    // The index is written after the frame, in order: its time is whole where the frame's may be
+    // damaged, and one that is far too late would keep every later frame out of an export.
+    if (_nextFrameIndex < index.size())
         _timestamp = index[_nextFrameIndex].timestamp;
     if (!isWhole && !isLaterFrameKnown)
         return _end(true);

@@ -35,6 +35,10 @@ X11MainDisplay::onConnection(std::unique_ptr<X11Connection> connection)
             "xcb_randr_query_version", xcb_randr_query_version(c.get(), 1, 3));
         if (!version)
             return PXFail(std::move(version).error());
+        // Primary outputs came with 1.3; an older server is asked for its whole screen.
+        result->_hasRandR = (*version)->major_version > 1 || (*version)->minor_version >= 3;
+    }
+    if (result->_hasRandR) {
         xcb_randr_select_input(c.get(), c.root(),
                                XCB_RANDR_NOTIFY_MASK_SCREEN_CHANGE
                                    | XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE

@@ -45,7 +45,7 @@ private:
     void connectionWasLost() override { }
 
     std::unique_ptr<X11Connection> _connection;
-    const bool _hasRandR;
+    bool _hasRandR;
     bool _mustAsk = false; // The event thread's.
 
     mutable PXMutex _lock;

@@ -36,9 +36,11 @@ PXError needsX11Session()
 bool hasXwaylandOutput(X11Connection &connection)
 {
     xcb_connection_t *c = connection.get();
-    if (!connection.hasExtension(xcb_randr_id)
-        || !connection.reply<xcb_randr_query_version_reply>("xcb_randr_query_version",
-                                                            xcb_randr_query_version(c, 1, 3)))
+    if (!connection.hasExtension(xcb_randr_id))
+        return false;
+    const auto version = connection.reply<xcb_randr_query_version_reply>(
+        "xcb_randr_query_version", xcb_randr_query_version(c, 1, 3));
+    if (!version || ((*version)->major_version == 1 && (*version)->minor_version < 3))
         return false;
     const auto resources = connection.reply<xcb_randr_get_screen_resources_current_reply>(
         "xcb_randr_get_screen_resources_current",

@@ -18,7 +18,7 @@ public:
     static constexpr std::uint64_t earlyBy(std::uint64_t period) { return period / 8; }
 
     /// Nothing where the extension is missing or refuses. The blanks are those of the display
-    /// that shows `place`.
+    /// that shows `place` now, also when the main display becomes another later.
     static std::unique_ptr<X11VerticalBlank> onConnection(std::unique_ptr<X11Connection> connection,
                                                           const PXPixelRect &place);
 

@@ -110,10 +110,14 @@ void X11WindowDamage::handleEvent(const xcb_generic_event_t &event)
     }
     case XCB_REPARENT_NOTIFY: {
         const auto &reparented = reinterpret_cast<const xcb_reparent_notify_event_t &>(event);
-        if (reparented.parent == _events.root())
-            _watch(reparented.window, reparented.x, reparented.y, 0);
-        else
+        if (reparented.parent != _events.root()) {
             _windows.erase(reparented.window);
+            break;
+        }
+        // The event does not tell how wide its border is.
+        const X11Reply<xcb_get_geometry_reply_t> place(xcb_get_geometry_reply(
+            _events.get(), xcb_get_geometry(_events.get(), reparented.window), nullptr));
+        _watch(reparented.window, reparented.x, reparented.y, place ? place->border_width : 0);
         break;
     }
     case XCB_CONFIGURE_NOTIFY: {

@@ -75,6 +75,7 @@ TEST_F(CommandLineTest, FollowsThePointer)
 
 TEST_F(CommandLineTest, SignalsStopAndKeep)
 {
+    std::signal(SIGHUP, SIG_DFL); // The tests may run under nohup, which it would inherit.
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         QProcess process;
         const QString folder = path(u"Movies%1"_s.arg(signal));
@@ -211,6 +212,14 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
          {u"export"_s, movie, u"-o"_s, movie + u"/Brimmet Capture Video Data.index"_s},
          2,
          u".index"_s},
+        {"exportOverTheInfo",
+         {u"export"_s, movie, u"-o"_s, movie + u"/Info.plist"_s},
+         2,
+         u"Info.plist"_s},
+        {"dataOfNoBase64",
+         {u"defaults"_s, u"write"_s, u"--json"_s, u"x"_s, u"[{\"data\":\"%%%\"}]"_s},
+         2,
+         u"%%%"_s},
         {"noTime", {u"record"_s, u"--duration"_s, u"0"_s}, 2, u"0 seconds"_s},
         {"moviesFolderIsAFile",
          {u"record"_s, u"--movies-folder"_s, path(u"garbage"_s)},
@@ -365,6 +374,27 @@ TEST_F(CommandLineTest, DataThatCannotBeWrittenIsAFailure)
         EXPECT_EQ(outcome.errors,
                   u"tolvane: Could not write to the standard output: No space left on device\n"_s);
     }
+}
+
+TEST_F(CommandLineTest, AFileThatMayNotGrowIsAFailure)
+{
+    const QString movie
+        = run({u"record"_s, u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, path(u"Movies"_s)})
+              .output.trimmed();
+    QFile old(path(u"out/o.mov"_s));
+    ASSERT_TRUE(QDir().mkpath(path(u"out"_s)) && old.open(QIODevice::WriteOnly));
+    old.write("old");
+    old.close();
+    QProcess process;
+    prepare(process);
+    process.start(u"sh"_s,
+                  {u"-c"_s, u"ulimit -f 1; exec \"$@\""_s, u"sh"_s, QStringLiteral(TOLVANE_PROGRAM),
+                   u"export"_s, movie, u"-o"_s, old.fileName()});
+    const Outcome outcome = outcomeOf(process);
+    EXPECT_EQ(outcome.status, 6) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains(u"File too large"_s)) << outcome.errors.toStdString();
+    EXPECT_EQ(QFileInfo(old).size(), 3);
+    EXPECT_EQ(QDir(path(u"out"_s)).entryList(QDir::Files | QDir::Hidden).size(), 1);
 }
 
 TEST_F(CommandLineTest, AreasAreWhereXPutsThem)
