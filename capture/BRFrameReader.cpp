@@ -71,10 +71,20 @@ PXExpected<void> BRFrameReader::pushDirtyRects(std::vector<PXRect> rects, double
     slot.timestamp = timestamp;
     slot.captureRect = captureRect;
     _currentIndex = (_currentIndex + 1) % kSlots;
+    if (!std::exchange(_hasPreparedSlots, true))
+        _prepareSlotsWithoutFrame();
     // The cursor belongs to the push that was just made; the next slot starts without one.
     _slots[_currentIndex].cursor.reset();
     _grabDirtyRectsFromBufferAtIndex((_currentIndex + 1) % kSlots);
     return {};
+}
+
+void BRFrameReader::_prepareSlotsWithoutFrame()
+{
+    for (Slot &slot : _slots) {
+        if (slot.rects.empty())
+            _frameBuffer->prepare(*slot.memory);
+    }
 }
 
 PXRect BRFrameReader::captureCursorWithTimestamp(double, const PXRect &)

@@ -92,6 +92,8 @@ private:
 
     BRFrameReader(PXScreenPlatform &platform, BRFrameReaderDelegate &delegate, bool showCursor);
 
+    /// Once the first frame is read, which this would have delayed.
+    void _prepareSlotsWithoutFrame();
     void _grabDirtyRectsFromBufferAtIndex(std::size_t index);
     void drawCursorAtIndex(std::size_t index) const;
 
@@ -103,4 +105,5 @@ private:
     std::array<Slot, kSlots> _slots;
     std::vector<PXPixelRect> _pixelRects; ///< Kept so that a grab allocates nothing.
     std::size_t _currentIndex = 0;
+    bool _hasPreparedSlots = false;
 };

@@ -23,6 +23,10 @@ public:
     /// it is needed.
     virtual PXExpected<std::unique_ptr<PXPixelBuffer>> makeBuffer(int width, int height) = 0;
 
+    /// Has all of the buffer's memory made, still zero, so that the first large read into it does
+    /// not pay for that. Returns at once, and what it costs is done before the next read.
+    virtual void prepare(PXPixelBuffer &buffer) = 0;
+
     /// Reads `rects` (the desktop's pixels) into `buffer`, laid out as if their union had been
     /// read: the view is as large as the union, and its other pixels are whatever they were.
     /// Parts outside the screen are black. An error with the code `PXDisplayLost` is final;

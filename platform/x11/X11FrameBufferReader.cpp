@@ -14,6 +14,8 @@ constexpr int kBytesPerPixel = 4;
 /// X counts pixels in 16 bits with a sign.
 constexpr int kLongestSide = 32767;
 constexpr std::uint32_t kAllPlanes = 0xFFFFFFFF;
+/// Any that makes the height of a large buffer fit: a page a row.
+constexpr int kPreparedWidth = 1024;
 /// From so many requests on the server is faster with their union.
 constexpr std::size_t kMostImagesARead = 16;
 
@@ -168,6 +170,22 @@ PXExpected<std::unique_ptr<PXPixelBuffer>> X11FrameBufferReader::makeBuffer(int 
     if (_way == X11PixelWay::PlainImage)
         return X11PixelBuffer::withBytes(size);
     return X11PixelBuffer::sharedWithBytes(size, *_connection);
+}
+
+void X11FrameBufferReader::prepare(PXPixelBuffer &buffer)
+{
+    if (_way != X11PixelWay::SharedPixmap)
+        return;
+    // By the server, which has to find each page of its own too: it fills them with its zero.
+    auto &pixels = static_cast<X11PixelBuffer &>(buffer); // Made by makeBuffer().
+    const auto height = static_cast<int>(
+        std::min<std::size_t>(pixels.size() / (kPreparedWidth * kBytesPerPixel), kLongestSide));
+    if (height == 0)
+        return;
+    const xcb_rectangle_t all = {0, 0, kPreparedWidth, static_cast<std::uint16_t>(height)};
+    xcb_poly_fill_rectangle(_connection->get(), pixels.pixmap(*_connection, kPreparedWidth, height),
+                            _copyContext.id(), 1, &all);
+    xcb_flush(_connection->get());
 }
 
 PXExpected<PXPixelView> X11FrameBufferReader::read(std::span<const PXPixelRect> rects,

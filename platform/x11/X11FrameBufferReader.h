@@ -18,6 +18,7 @@ public:
     onConnection(std::unique_ptr<X11Connection> connection, X11PixelWay wish);
 
     PXExpected<std::unique_ptr<PXPixelBuffer>> makeBuffer(int width, int height) override;
+    void prepare(PXPixelBuffer &buffer) override;
     PXExpected<PXPixelView> read(std::span<const PXPixelRect> rects,
                                  PXPixelBuffer &buffer) override;
 

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <optional>
 #include <random>
 
@@ -77,6 +80,31 @@ TEST_P(X11FrameBufferReaderTest, GivesWhatAScreenshotShows)
         layInto(expected, display.screenshot(), rects);
         ASSERT_EQ(canvas.image(), expected) << "round " << round;
     }
+}
+
+TEST(X11FrameBufferReaderMemory, IsMadeWhenItIsPrepared)
+{
+    const VirtualDisplay display(64, 64);
+    const PaintedWindow window(display, {0, 0, 64, 64}, 0x204060);
+    const auto screen = openScreen(display, X11PixelWay::SharedPixmap);
+    const auto reader = valueOf(screen->makeFrameBufferReader());
+    // Not a multiple of the pages' size, nor a shape that a pixmap of the screen would have.
+    constexpr std::size_t kBytes = std::size_t{4} * 1000 * 701;
+    const auto pagesThere = [&](PXPixelBuffer &buffer) {
+        const PXPixelRect corner{0, 0, 1, 1};
+        const auto view = valueOf(reader->read({&corner, 1}, buffer));
+        std::uint32_t pixel = 0;
+        std::memcpy(&pixel, view.pixel(0, 0), 4);
+        EXPECT_EQ(pixel & 0xFFFFFFU, 0x204060U);
+        std::vector<unsigned char> pages((kBytes + 4095) / 4096);
+        EXPECT_EQ(mincore(view.pixel(0, 0), kBytes, pages.data()), 0);
+        return std::count_if(pages.begin(), pages.end(), [](auto page) { return (page & 1) != 0; });
+    };
+    const auto untouched = valueOf(reader->makeBuffer(1000, 701));
+    EXPECT_LE(pagesThere(*untouched), 16);
+    const auto prepared = valueOf(reader->makeBuffer(1000, 701));
+    reader->prepare(*prepared);
+    EXPECT_GE(pagesThere(*prepared), static_cast<std::ptrdiff_t>(kBytes / 4096));
 }
 
 TEST_P(X11FrameBufferReaderTest, LeavesTheOtherPixelsOfASparseUnionAlone)
