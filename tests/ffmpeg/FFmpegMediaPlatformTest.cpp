@@ -1,6 +1,7 @@
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 
 #include "tests/ffmpeg/MovieProbe.h"
+#include "tests/support/Sanitizers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -153,6 +154,11 @@ const CodecCase kCodecCases[] = {
 
 class EveryCodec : public testing::TestWithParam<CodecCase> {
 protected:
+    void SetUp() override
+    {
+        if (kIsThreadSanitized && QByteArrayView(GetParam().code) == "hvc1")
+            GTEST_SKIP() << "libx265's own threads agree by atomics that are not seen";
+    }
     [[nodiscard]] static PXCompressionSessionOptions options(int width, int height)
     {
         PXCompressionSessionOptions made = optionsFor(GetParam().code, width, height);
