@@ -15,7 +15,8 @@ constexpr int kBytesPerPixel = 4;
 constexpr int kLongestSide = 32767;
 constexpr std::uint32_t kAllPlanes = 0xFFFFFFFF;
 /// Any that makes the height of a large buffer fit: a page a row.
-constexpr int kPreparedWidth = 1024;
+constexpr std::size_t kPreparedRowBytes = 4096;
+constexpr int kPreparedWidth = kPreparedRowBytes / kBytesPerPixel;
 /// From so many requests on the server is faster with their union.
 constexpr std::size_t kMostImagesARead = 16;
 
@@ -178,8 +179,8 @@ void X11FrameBufferReader::prepare(PXPixelBuffer &buffer)
         return;
     // By the server, which has to find each page of its own too: it fills them with its zero.
     auto &pixels = static_cast<X11PixelBuffer &>(buffer); // Made by makeBuffer().
-    const auto height = static_cast<int>(
-        std::min<std::size_t>(pixels.size() / (kPreparedWidth * kBytesPerPixel), kLongestSide));
+    const auto height
+        = static_cast<int>(std::min<std::size_t>(pixels.size() / kPreparedRowBytes, kLongestSide));
     if (height == 0)
         return;
     const xcb_rectangle_t all = {0, 0, kPreparedWidth, static_cast<std::uint16_t>(height)};
