@@ -63,11 +63,10 @@ public:
             return BRExitStatusOfError(started.error(), BRAccess::Writing);
         }
         _clock.start();
-        QTimer progressTimer;
-        QObject::connect(&progressTimer, &QTimer::timeout, &progressTimer,
+        QObject::connect(&_progressTimer, &QTimer::timeout, &_mainThread,
                          [this] { _showProgress(); });
         if (BRTerminal::showsProgress())
-            progressTimer.start(kProgressIntervalMs);
+            _progressTimer.start(kProgressIntervalMs);
         QCoreApplication::exec();
         return _status;
     }
@@ -95,6 +94,8 @@ private:
     void _end(int status)
     {
         _status = status;
+        // The event loop may still turn to the timer, which would draw a line that nobody ends.
+        _progressTimer.stop();
         BRTerminal::endProgress();
         QCoreApplication::quit();
     }
@@ -141,6 +142,7 @@ private:
     QStringList _alerts; ///< Those that were told.
     const QString _path;
     QElapsedTimer _clock;
+    QTimer _progressTimer;
     int _status = BRExitDone;
 };
 
