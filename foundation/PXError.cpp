@@ -8,6 +8,7 @@ const QString kPXPOSIXErrorDomain = u"NSPOSIXErrorDomain"_s;
 const QString kPXCocoaErrorDomain = u"NSCocoaErrorDomain"_s;
 const QString kBRErrorDomain = u"com.pexar.brimmet"_s;
 const QString kPXDisplayErrorDomain = u"PXDisplayErrorDomain"_s;
+const QString kPXSoundErrorDomain = u"PXSoundErrorDomain"_s;
 
 PXError PXPOSIXError(int errorNumber, const QString &whatFailed, const QString &suggestion)
 {

@@ -38,6 +38,16 @@ enum PXDisplayErrorCode {
     PXDisplayRequestRefused = 4, ///< One request failed; the connection lives.
 };
 
+/// The sound server: code is a `PXSoundErrorCode`.
+extern const QString kPXSoundErrorDomain;
+
+enum PXSoundErrorCode {
+    PXSoundCannotReach = 1, ///< No server there, or it refuses us.
+    PXSoundLost = 2, ///< It was there and has gone, or does not answer any more.
+    PXSoundNoDevice = 3, ///< No such device, or it has gone.
+    PXSoundRequestRefused = 4, ///< One request failed; the connection lives.
+};
+
 /// The display server has gone, and nothing that is asked of it will work again.
 inline bool PXIsDisplayLost(const PXError &error)
 {

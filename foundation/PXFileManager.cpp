@@ -69,6 +69,14 @@ QString resolvedPath(const QString &path)
 
 QString uniquePathForFileWithDesiredPath(const QString &path)
 {
+    return firstFreePath(path, [](const QString &stem, int counter) {
+        return counter == 0 ? stem : stem + u' ' + QString::number(counter + 1);
+    });
+}
+
+QString firstFreePath(const QString &path,
+                      const std::function<QString(const QString &stem, int counter)> &name)
+{
     const qsizetype nameStart = path.lastIndexOf(u'/') + 1;
     const qsizetype dot = path.lastIndexOf(u'.');
     // A dot in front hides a file and one at the end stands for itself; neither begins an
@@ -76,10 +84,21 @@ QString uniquePathForFileWithDesiredPath(const QString &path)
     const bool hasExtension = dot > nameStart && dot < path.size() - 1;
     const QString stem = hasExtension ? path.first(dot) : path;
     const QString extension = hasExtension ? path.sliced(dot) : QString();
-    QString candidate = path;
-    for (int counter = 2; isTaken(candidate); ++counter)
-        candidate = stem + u' ' + QString::number(counter) + extension;
-    return candidate;
+    for (int counter = 0;; ++counter) {
+        QString candidate = name(stem, counter) + extension;
+        if (!isTaken(candidate))
+            return candidate;
+    }
+}
+
+std::optional<QString> runtimeFolder()
+{
+    const QByteArray path = qgetenv("XDG_RUNTIME_DIR");
+    struct stat status = {};
+    const bool isOurs = path.startsWith('/') && ::lstat(path.constData(), &status) == 0
+        && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid()
+        && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return isOurs ? std::optional(QFile::decodeName(path)) : std::nullopt;
 }
 
 PXExpected<int> openRegularFile(const QString &path)

@@ -1,6 +1,6 @@
 #include "platform/ffmpeg/FFmpegCodecs.h"
 
-#include "foundation/BRLog.h"
+#include "platform/ffmpeg/InstalledCodec.h"
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -199,28 +199,7 @@ const std::vector<PXCodec> &ffmpeg::codecs()
 
 PXExpected<PXCodec> ffmpeg::installedCodec(std::uint32_t code)
 {
-    QStringList names;
-    for (const PXCodec &codec : codecs()) {
-        if (codec.code == code && codec.isInstalled)
-            return codec;
-        if (codec.code == code) {
-            return PXFail(
-                {u"FFmpeg"_s,
-                 AVERROR_ENCODER_NOT_FOUND,
-                 u"The installed FFmpeg library lacks the encoder \"%1\" for '%2' (%3)"_s.arg(
-                     codec.encoderName, PXStringFromFourCharCode(code), codec.name),
-                 {},
-                 {}});
-        }
-        if (codec.isInstalled)
-            names << u'\'' + PXStringFromFourCharCode(codec.code) + u'\'';
-    }
-    return PXFail({u"FFmpeg"_s,
-                   AVERROR_ENCODER_NOT_FOUND,
-                   u"There is no codec '%1'; there are %2"_s.arg(PXStringFromFourCharCode(code),
-                                                                 names.join(u", "_s)),
-                   {},
-                   {}});
+    return findInstalledCodec(codecs(), code, {});
 }
 
 PXExpected<ffmpeg::CodecContext> ffmpeg::openEncoder(const PXCompressionSessionOptions &options)

@@ -8,6 +8,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/buffer.h>
 #include <libavutil/frame.h>
+#include <libswresample/swresample.h>
 #include <libswscale/swscale.h>
 }
 
@@ -32,6 +33,14 @@ inline void freeParameters(AVCodecParameters *parameters)
 {
     avcodec_parameters_free(&parameters);
 }
+inline void freeConverter(SwrContext *context)
+{
+    swr_free(&context);
+}
+inline void closeInput(AVFormatContext *context)
+{
+    avformat_close_input(&context);
+}
 inline void freePool(AVBufferPool *pool)
 {
     av_buffer_pool_uninit(&pool);
@@ -42,6 +51,8 @@ using Frame = PXHandle<AVFrame, freeFrame>;
 using Packet = PXHandle<AVPacket, freePacket>;
 using Parameters = PXHandle<AVCodecParameters, freeParameters>;
 using BufferPool = PXHandle<AVBufferPool, freePool>;
+using Resampler = PXHandle<SwrContext, freeConverter>;
+using Input = PXHandle<AVFormatContext, closeInput>;
 using Scaler = PXHandle<SwsContext, sws_freeContext>;
 
 /// `whatFailed` with the library's reason behind it. Where the status is one of the system's

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/PXMovieWriter.h"
-#include "platform/ffmpeg/FFmpegHandles.h"
+#include "platform/ffmpeg/MovieMuxer.h"
 
 #include <QString>
 
@@ -13,9 +13,6 @@
 class FFmpegMovieWriter final : public PXMovieWriter {
 public:
     static PXExpected<std::unique_ptr<FFmpegMovieWriter>> create(const QString &path);
-    ~FFmpegMovieWriter() override;
-    FFmpegMovieWriter(const FFmpegMovieWriter &) = delete;
-    FFmpegMovieWriter &operator=(const FFmpegMovieWriter &) = delete;
 
     PXExpected<void> addVideoTrack(const PXTrackFormat &format) override;
     PXExpected<void> beginMediaEdits() override;
@@ -25,21 +22,12 @@ public:
     PXExpected<void> addMovieToStorage() override;
 
 private:
-    using Context = PXHandle<AVFormatContext, avformat_free_context>;
-
-    FFmpegMovieWriter(QString path, Context context);
-    PXExpected<void> writeHeader();
+    explicit FFmpegMovieWriter(std::unique_ptr<MovieMuxer> muxer);
     PXExpected<void> writeEmptyMovie();
-    int giveUpReservedRoom();
-    [[nodiscard]] PXError failure(int status) const;
 
-    QString _path;
-    Context _context; ///< Its `pb` is the open file.
-    AVStream *_track = nullptr; ///< The context's.
+    std::unique_ptr<MovieMuxer> _muxer;
+    AVStream *_track = nullptr; ///< The muxer's.
     ffmpeg::Packet _packet; ///< Scratch: what the muxer gets to keep.
     std::uint64_t _expectedSamples = 0;
-    std::uint64_t _samples = 0;
-    std::int64_t _reservedBytes = 0; ///< For the index, behind the file type.
     std::optional<std::int64_t> _firstDisplayTime; ///< The movie begins there, 1/3000 s.
-    bool _hasHeader = false;
 };

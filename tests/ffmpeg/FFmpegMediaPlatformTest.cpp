@@ -1,5 +1,6 @@
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 
+#include "tests/ffmpeg/MovieMaker.h"
 #include "tests/ffmpeg/MovieProbe.h"
 #include "tests/support/Sanitizers.h"
 
@@ -7,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
-#include <QTemporaryDir>
 
 #include <algorithm>
 #include <cmath>
@@ -21,70 +21,6 @@ using namespace Qt::StringLiterals;
 using testing::ElementsAre;
 
 namespace {
-
-/// Encodes images and writes them as a movie, as an export does.
-class MovieMaker {
-public:
-    explicit MovieMaker(const PXCompressionSessionOptions &options, std::uint64_t announced = 100)
-    {
-        _movie = _platform.makeMovieWriter(path()).value();
-        _session = _platform
-                       .makeCompressionSession(
-                           options,
-                           [this](const PXExpected<PXEncodedFramePtr> &frame) { cameOut(frame); })
-                       .value();
-        EXPECT_TRUE(_movie->addVideoTrack(_session->trackFormat()));
-        EXPECT_TRUE(_movie->beginMediaEdits());
-        _movie->setExpectedNumberOfSamples(announced);
-    }
-
-    PXExpected<void> add(const QImage &image, std::int64_t time,
-                         const std::vector<PXPixelRect> &changed)
-    {
-        return _session->encodeFrame({reinterpret_cast<const std::byte *>(image.constBits()),
-                                      image.bytesPerLine(), image.width(), image.height()},
-                                     time, changed);
-    }
-    PXExpected<void> add(const QImage &image, std::int64_t time)
-    {
-        return add(image, time, {{0, 0, image.width(), image.height()}});
-    }
-    QString finish()
-    {
-        EXPECT_TRUE(_session->completeFrames(0));
-        EXPECT_TRUE(_movie->endMediaEdits());
-        EXPECT_TRUE(_movie->addMovieToStorage());
-        _movie.reset();
-        return path();
-    }
-    [[nodiscard]] QString path() const { return _folder.filePath(u"movie: 100%.mov"_s); }
-    [[nodiscard]] const std::vector<std::int64_t> &durations() const { return _durations; }
-
-private:
-    void cameOut(const PXExpected<PXEncodedFramePtr> &frame)
-    {
-        _durations.push_back((*frame)->decodeDuration());
-        if ((*frame)->decodeDuration() > 0) {
-            EXPECT_TRUE(_movie->addMediaSample(**frame));
-        }
-    }
-
-    QTemporaryDir _folder;
-    FFmpegMediaPlatform _platform;
-    std::vector<std::int64_t> _durations; ///< Written by the encoder's thread until `finish`.
-    std::unique_ptr<PXMovieWriter> _movie;
-    std::unique_ptr<PXCompressionSession> _session;
-};
-
-PXCompressionSessionOptions optionsFor(const char (&code)[5], int width, int height)
-{
-    PXCompressionSessionOptions options;
-    options.codec = PXFourCharCode(code);
-    options.width = width;
-    options.height = height;
-    options.quality = 960;
-    return options;
-}
 
 /// Smooth colours that differ everywhere, as lossy codecs like them.
 QImage gradient(int width, int height, int shift = 0)

@@ -111,9 +111,11 @@ MovieProbe MovieProbe::of(const QString &path)
     }
     const Packet packet(av_packet_alloc());
     while (av_read_frame(input.get(), packet.get()) >= 0) {
-        probe.times.push_back(packet->pts);
-        probe.durations.push_back(packet->duration);
-        probe.keyFrames.push_back((packet->flags & AV_PKT_FLAG_KEY) != 0);
+        if (packet->stream_index == 0) {
+            probe.times.push_back(packet->pts);
+            probe.durations.push_back(packet->duration);
+            probe.keyFrames.push_back((packet->flags & AV_PKT_FLAG_KEY) != 0);
+        }
         av_packet_unref(packet.get());
     }
     return probe;
@@ -136,7 +138,8 @@ std::vector<QImage> MovieProbe::decode(const QString &path)
             images.push_back(toImage(*frame));
     };
     while (av_read_frame(input.get(), packet.get()) >= 0) {
-        avcodec_send_packet(decoder.get(), packet.get());
+        if (packet->stream_index == 0)
+            avcodec_send_packet(decoder.get(), packet.get());
         av_packet_unref(packet.get());
         take();
     }

@@ -7,7 +7,8 @@
 #include <cstdint>
 #include <vector>
 
-/// What another program sees in a movie: the library's reader, and the file's atoms themselves.
+/// What another program sees of a movie's first track: the library's reader, and the file's atoms
+/// themselves.
 struct MovieProbe {
     /// Throws std::runtime_error where the file is no movie.
     static MovieProbe of(const QString &path);
