@@ -67,6 +67,9 @@ QString moviesFolder()
         BRApplicationSupport::applicationSupportFolder() + u'/' + name);
 }
 
+// Of Linux alone: system audio comes from the driver, else from the monitor of the output in use.
+constexpr int kDriverElseMonitor = 0;
+
 constexpr const char16_t *kRenamedKeys[][2] = {
     {u"keyboardShortcutExceptions", u"keyboardEventExceptions"},
     {u"keyboardShortcutFillColor", u"keyboardEventBackgroundColor"},
@@ -167,6 +170,7 @@ void registerFactoryDefaults(PXDefaults &defaults)
     QVariantMap values;
     for (const Entry &entry : table())
         values.insert(entry.key, entry.value);
+    values.insert(u"systemAudioSource"_s, kDriverElseMonitor);
     if (const auto path = PXResources::pathForResource(u"Defaults"_s, u"plist"_s)) {
         if (const auto shipped = PXPropertyList::read(*path))
             values.insert(*shipped);

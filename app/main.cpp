@@ -1,6 +1,7 @@
 #include "app/cli/BRCommandLine.h"
 #include "foundation/PXClock.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
+#include "platform/pulse/PulseSoundPlatform.h"
 #include "platform/x11/X11ScreenPlatform.h"
 
 #include <QCoreApplication>
@@ -25,7 +26,8 @@ int main(int argc, char **argv)
         std::signal(SIGXFSZ, SIG_IGN);
         QCoreApplication::setApplicationName(QStringLiteral("Tolvane"));
         FFmpegMediaPlatform media;
-        const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media};
+        PulseSoundPlatform sound;
+        const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media, sound};
         return BRRunCommandLine(argc, argv, backEnds);
     } catch (const std::bad_alloc &) {
         (void)std::fputs("tolvane: there is not enough memory\n", stderr);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "export/BRSettingsAtoms.h"
 #include "foundation/PXError.h"
 #include "platform/PXCodec.h"
 #include "platform/PXCompressionSession.h"
@@ -7,8 +8,6 @@
 #include <QByteArray>
 
 #include <cstdint>
-#include <utility>
-#include <vector>
 
 /// How one picture is compressed.
 struct SCSpatialSettings {
@@ -25,11 +24,9 @@ struct SCTemporalSettings {
     std::int32_t keyFrameRate = 0; ///< Frames from key frame to key frame at most; 0 is automatic.
 };
 
-/// The user's choice of video compression, and its stored form: atoms one after the other, each
-/// its whole size (32 bits), four characters and fields, all big-endian. 'sptl' and 'tprl' are the
-/// two structs above, 'drat' begins with the bytes a second, 'tvlv' has a byte for 4:4:4 and one
-/// for the fast preset. Atoms that we do not know, and bytes behind the fields that we do, are
-/// kept when the settings are stored again.
+/// The user's choice of video compression. Its stored form: 'sptl' and 'tprl' are the two structs
+/// above, 'drat' begins with the bytes a second, 'tvlv' has a byte for 4:4:4 and one for the fast
+/// preset.
 struct BRCompressionSettings {
     SCSpatialSettings spatial;
     SCTemporalSettings temporal;
@@ -46,6 +43,5 @@ struct BRCompressionSettings {
     /// What a session is to be told; codec and size are told apart from these.
     [[nodiscard]] PXCompressionSessionOptions sessionOptions() const;
 
-    /// As they were read, in their order.
-    std::vector<std::pair<std::uint32_t, QByteArray>> atoms;
+    BRSettingsAtoms atoms; ///< As they were read.
 };

@@ -1,7 +1,9 @@
 #include "app/cli/BRCommandLine.h"
 
 #include "app/BRFactoryDefaults.h"
+#include "app/cli/BRAudioDriverCommand.h"
 #include "app/cli/BRDefaultsCommand.h"
+#include "app/cli/BRDevicesCommand.h"
 #include "app/cli/BRExitStatus.h"
 #include "app/cli/BRExportCommand.h"
 #include "app/cli/BRFramesCommand.h"
@@ -37,7 +39,7 @@ struct Command {
 Command addRecord(CLI::App &app, const BRBackEnds &backEnds)
 {
     struct Values {
-        std::optional<std::string> geometry, follow, codec, moviesFolder;
+        std::optional<std::string> geometry, follow, codec, moviesFolder, microphone;
         BRRecordArguments arguments;
     };
     auto *record = app.add_subcommand(
@@ -55,13 +57,24 @@ Command addRecord(CLI::App &app, const BRBackEnds &backEnds)
                      "With rle: bits of each colour that may be lost, 0 to 4")
         ->check(CLI::Range(0, 4));
     record->add_flag("--no-cursor", values->arguments.hidesCursor, "Leave the cursor out");
+    auto *microphone
+        = record
+              ->add_option("--microphone", values->microphone,
+                           "Record a microphone: the chosen one, or that with the given UID "
+                           "(--microphone=UID; tolvane devices lists them)")
+              ->expected(0, 1);
+    record->add_flag("--system-audio", values->arguments.recordsSystemAudio,
+                     "Record what the computer plays");
     record->add_option("--duration", values->arguments.duration, "Stop after so many seconds");
     record->add_option("--movies-folder", values->moviesFolder,
                        "Folder that gets the movie's own folder");
-    record->footer("What is not given comes from the settings (tolvane defaults read); without "
+    record->footer("Sound is recorded where it is asked for. What else is not given comes from the "
+                   "settings (tolvane defaults read); without "
                    "an area it is the last selection, else the whole main display.");
-    return {record, [values, &backEnds] {
+    return {record, [values, microphone, &backEnds] {
                 BRRecordArguments &arguments = values->arguments;
+                if (microphone->count() > 0)
+                    arguments.microphone = textOf(values->microphone).value_or(QString());
                 arguments.geometry = textOf(values->geometry);
                 arguments.follow = textOf(values->follow);
                 arguments.codec = textOf(values->codec);
@@ -110,7 +123,7 @@ Command addExport(CLI::App &app, const BRBackEnds &backEnds)
 {
     struct Values {
         std::string path, output;
-        std::optional<std::string> codec, size;
+        std::optional<std::string> codec, size, audioCodec;
         BRExportArguments arguments;
     };
     auto *command = app.add_subcommand("export", "Make a .mov that other programs play");
@@ -127,15 +140,54 @@ Command addExport(CLI::App &app, const BRBackEnds &backEnds)
         ->excludes(size);
     command->add_flag("--full-chroma", values->arguments.hasFullChroma,
                       "Keep all colour detail (4:4:4), which few players can show");
-    command->add_flag("--no-audio")->description("Leave the sound out");
+    auto *noAudio
+        = command->add_flag("--no-audio", values->arguments.hasNoAudio, "Leave the sound out");
+    command
+        ->add_option("--audio-codec", values->audioCodec,
+                     "aac, alac, pcm, ima4 or ulaw; aac when nothing is saved")
+        ->check(CLI::IsMember({"aac", "alac", "pcm", "ima4", "ulaw"}))
+        ->excludes(noAudio);
+    command
+        ->add_option("--audio-bitrate", values->arguments.audioBitRate,
+                     "Of the sound, in 1000 bits a second")
+        ->check(CLI::Range(8, 1000))
+        ->excludes(noAudio);
     return {command, [values, &backEnds] {
                 BRExportArguments &arguments = values->arguments;
                 arguments.path = QString::fromLocal8Bit(values->path.c_str());
                 arguments.outputPath = QString::fromLocal8Bit(values->output.c_str());
                 arguments.videoCodec = textOf(values->codec);
                 arguments.size = textOf(values->size);
+                arguments.audioCodec = textOf(values->audioCodec);
                 return BRRunExportCommand(arguments, backEnds);
             }};
+}
+
+Command addDevices(CLI::App &app, const BRBackEnds &backEnds)
+{
+    auto *devices = app.add_subcommand("devices", "List the sound inputs and outputs");
+    const auto asJSON = std::make_shared<bool>(false);
+    devices->add_flag("--json", *asJSON, "As JSON");
+    return {devices, [asJSON, &backEnds] { return BRRunDevicesCommand(backEnds.sound, *asJSON); }};
+}
+
+std::vector<Command> addAudioDriver(CLI::App &app, const BRBackEnds &backEnds)
+{
+    auto *driver = app.add_subcommand("audio-driver",
+                                      "The virtual output that records what the computer plays");
+    driver->require_subcommand(1);
+    auto *install
+        = driver->add_subcommand("install", "Install it for all users, as an administrator");
+    auto *uninstall = driver->add_subcommand("uninstall", "Remove it");
+    auto *status = driver->add_subcommand("status", "Say whether it is installed and loaded");
+    const auto asJSON = std::make_shared<bool>(false);
+    status->add_flag("--json", *asJSON, "As JSON");
+    for (CLI::App *command : {install, uninstall})
+        command->add_flag("--json")->description("Changes nothing here");
+    return {
+        {install, [&backEnds] { return BRRunAudioDriverInstall(backEnds.sound); }},
+        {uninstall, [&backEnds] { return BRRunAudioDriverUninstall(backEnds.sound); }},
+        {status, [asJSON, &backEnds] { return BRRunAudioDriverStatus(backEnds.sound, *asJSON); }}};
 }
 
 std::vector<Command> addDefaults(CLI::App &app)
@@ -220,8 +272,10 @@ int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
     app.add_option("--log-level", logLevel, "1 errors, 2 and warnings, 3 and notes, 4 everything")
         ->check(CLI::Range(0, 4));
     app.require_subcommand(1);
-    std::vector<Command> commands
-        = {addRecord(app, backEnds), addInfo(app), addFrames(app), addExport(app, backEnds)};
+    std::vector<Command> commands = {addRecord(app, backEnds), addInfo(app), addFrames(app),
+                                     addExport(app, backEnds), addDevices(app, backEnds)};
+    for (Command &command : addAudioDriver(app, backEnds))
+        commands.push_back(std::move(command));
     for (Command &command : addDefaults(app))
         commands.push_back(std::move(command));
     try {

@@ -3,6 +3,7 @@
 #include "foundation/PXError.h"
 #include "platform/PXMediaPlatform.h"
 #include "platform/PXScreenPlatform.h"
+#include "platform/PXSoundPlatform.h"
 
 #include <QStringList>
 
@@ -13,6 +14,7 @@
 struct BRBackEnds {
     std::function<PXExpected<std::unique_ptr<PXScreenPlatform>>()> openScreen;
     PXMediaPlatform &media;
+    PXSoundPlatform &sound;
 };
 
 /// Runs `tolvane COMMAND …` and answers the exit status (a `BRExitStatus`). Registers the factory

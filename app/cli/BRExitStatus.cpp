@@ -34,6 +34,8 @@ int BRExitStatusOfError(const PXError &error, BRAccess access)
 {
     if (error.domain == kPXDisplayErrorDomain)
         return BRExitNoDisplay;
+    if (error.domain == kPXSoundErrorDomain)
+        return BRExitNoSoundDevice;
     if (error.domain == kPXCocoaErrorDomain)
         return error.code == kFilePermissionError ? BRExitNotWritable : BRExitFailed;
     if (error.domain == kPXPOSIXErrorDomain)

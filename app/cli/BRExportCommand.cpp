@@ -7,7 +7,7 @@
 #include "app/cli/BRTerminal.h"
 #include "app/cli/BRUsageError.h"
 #include "capture/BRScreenRecorder.h"
-#include "export/BRFrameCompressor.h"
+#include "export/BRCapturedMovie.h"
 #include "foundation/PXAlert.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXMainThread.h"
@@ -39,26 +39,24 @@ QString stringFromSeconds(double seconds)
 }
 
 /// One export from its options to its last message.
-class ExportCommand final : private BRFrameCompressorDelegate, private PXAlert {
+class ExportCommand final : private BRCapturedMovieDelegate, private PXAlert {
 public:
-    ExportCommand(BRFrameCompressor &compressor, QString path)
-        : _compressor(compressor), _path(std::move(path))
+    ExportCommand(BRCapturedMovie &movie, QString path)
+        : _movie(movie),
+          _compressor(movie.frameCompressor()),
+          _wasToHaveSound(movie.hasAudio() && movie.includeAudio()),
+          _path(std::move(path))
     {
-        _compressor.setDelegate(this);
         _compressor.setAlert(this);
     }
-    ~ExportCommand()
-    {
-        _compressor.setDelegate(nullptr);
-        _compressor.setAlert(nullptr);
-    }
+    ~ExportCommand() { _compressor.setAlert(nullptr); }
     ExportCommand(const ExportCommand &) = delete;
     ExportCommand &operator=(const ExportCommand &) = delete;
 
     int run(const QString &outputPath)
     {
-        const BRSignals signalsThatCancel([this] { _compressor.cancelCompression(); });
-        if (const auto started = _compressor.startCompression(outputPath); !started) {
+        const BRSignals signalsThatCancel([this] { _cancel(); });
+        if (const auto started = _movie.startCompression(outputPath, this); !started) {
             BRTerminal::printError(u"\"%1\": %2"_s.arg(outputPath, PXErrorLine(started.error())));
             return BRExitStatusOfError(started.error(), BRAccess::Writing);
         }
@@ -72,8 +70,34 @@ public:
     }
 
 private:
+    void _cancel()
+    {
+        if (!_isSoundOnItsWay) {
+            _movie.cancelCompression();
+            return;
+        }
+        if (_movie.isMerging()) {
+            _movie.cancelMerging(); // Its end tells whether that was in time.
+            return;
+        }
+        // The picture is in its place. What is begun for its sound is given up with the movie.
+        _endWithoutSound();
+    }
+
+    void _endWithoutSound()
+    {
+        BRTerminal::printError(
+            u"the export of \"%1\" was cancelled: the movie has no sound"_s.arg(_path));
+        _end(BRExitFailed);
+    }
+
     void _showProgress()
     {
+        if (_isSoundOnItsWay) {
+            BRTerminal::showProgress(u"Compressing the sound, %1 done"_s.arg(
+                stringFromSeconds(_movie.audioSecondsDone())));
+            return;
+        }
         const BRFrameCompressor::Progress progress = _compressor.progress();
         if (progress.totalFrames == 0)
             return;
@@ -100,20 +124,44 @@ private:
         QCoreApplication::quit();
     }
 
-    void frameCompressorDidFinishCompression(BRFrameCompressor &,
-                                             const QString &movieFilePath) override
+    void capturedMovieWillBeginAudioCompression(BRCapturedMovie &) override
     {
-        BRTerminal::print(movieFilePath);
-        _end(BRExitDone);
+        _isSoundOnItsWay = true;
     }
 
-    void frameCompressorDidCancelCompression(BRFrameCompressor &) override
+    void capturedMovieIsDoneCompressing(BRCapturedMovie &movie,
+                                        const QString &movieFilePath) override
+    {
+        if (movie.audioError() && movie.audioError()->code == ECANCELED) {
+            _endWithoutSound();
+            return;
+        }
+        BRTerminal::endProgress();
+        BRTerminal::print(movieFilePath);
+        if (movie.audioError()) {
+            BRTerminal::printError(
+                u"\"%1\" has no sound: %2"_s.arg(movieFilePath, PXErrorLine(*movie.audioError())));
+        }
+        if (_wasToHaveSound && movie.hasUnjoinedAudio()) {
+            BRTerminal::printWarning(
+                u"\"%1\" lacks what the computer played: the recording did not come to its end"_s
+                    .arg(movieFilePath));
+        }
+        if (_wasToHaveSound && !movie.hasAudio()) {
+            BRTerminal::printWarning(
+                u"\"%1\" has no sound: the capture's sound file is missing"_s.arg(movieFilePath));
+        }
+        _end(movie.audioError() ? BRExitStatusOfError(*movie.audioError(), BRAccess::Writing)
+                                : BRExitDone);
+    }
+
+    void capturedMovieCompressionWasCancelled(BRCapturedMovie &) override
     {
         BRTerminal::printError(u"the export of \"%1\" was cancelled"_s.arg(_path));
         _end(BRExitFailed);
     }
 
-    void frameCompressorCompressionFailed(BRFrameCompressor &, const PXError &error) override
+    void capturedMovieCompressionFailed(BRCapturedMovie &, const PXError &error) override
     {
         BRTerminal::printError(error);
         _end(BRExitStatusOfError(error, BRAccess::Writing));
@@ -133,11 +181,14 @@ private:
             BRTerminal::printWarning(message);
         }
         // Nobody tells of the end when there is no memory for a single picture.
-        if (!_compressor.isCompressing())
+        if (!_compressor.isCompressing() && !_isSoundOnItsWay)
             _end(BRExitFailed);
     }
 
+    BRCapturedMovie &_movie;
     BRFrameCompressor &_compressor;
+    const bool _wasToHaveSound;
+    bool _isSoundOnItsWay = false;
     QObject _mainThread; ///< Context of what the compressor's threads post.
     QStringList _alerts; ///< Those that were told.
     const QString _path;
@@ -152,8 +203,9 @@ bool isOfCapture(const QString &path, const BRCapturePath &capture)
     if (!file.exists()) // Files that are not there are all the same to QFileInfo.
         return false;
     const QString folder = QFileInfo(capture.videoDataPath).path();
-    const QString files[] = {capture.videoDataPath, capture.videoDataPath + u".index"_s,
-                             folder + u'/' + kBRMovieInfoName};
+    const QString files[]
+        = {capture.videoDataPath, capture.videoDataPath + u".index"_s,
+           folder + u'/' + kBRMovieInfoName, folder + u'/' + kBRCaptureAudioDataName};
     return std::any_of(std::begin(files), std::end(files),
                        [&](const QString &ours) { return file == QFileInfo(ours); });
 }
@@ -196,6 +248,38 @@ void setOptions(PXCompressionSessionOptions &options, const BRExportArguments &a
         warnOfNoEffect(u"--full-chroma"_s);
 }
 
+constexpr std::pair<const char *, std::uint32_t> kAudioCodecs[] = {
+    {"aac", PXFourCharCode("aac ")},  {"alac", PXFourCharCode("alac")},
+    {"pcm", PXFourCharCode("sowt")},  {"ima4", PXFourCharCode("ima4")},
+    {"ulaw", PXFourCharCode("ulaw")},
+};
+
+/// Lays the arguments over the saved settings, for this run only.
+BRUsageExpected<void> setAudioSettings(const BRExportArguments &arguments, PXMediaPlatform &media,
+                                       PXDefaults &defaults)
+{
+    if (!arguments.audioCodec && !arguments.audioBitRate)
+        return {};
+    const QString key = u"AudioCompressionDialogSettings"_s;
+    BRAudioCompressionSettings settings
+        = BRAudioCompressionSettings::fromAtomContainer(defaults.dataValue(key))
+              .value_or(BRAudioCompressionSettings());
+    for (const auto &[name, code] : kAudioCodecs) {
+        if (arguments.audioCodec == QLatin1String(name))
+            settings.codec = code;
+    }
+    const auto codec = media.installedSoundCodec(settings.codec);
+    if (!codec)
+        return tl::unexpected(BRUsageError{codec.error().description, codec.error().suggestion});
+    if (arguments.audioBitRate) {
+        settings.bitRate = static_cast<std::uint32_t>(*arguments.audioBitRate) * 1000;
+        if (!codec->hasBitRate)
+            BRTerminal::printWarning(u"--audio-bitrate has no effect with %1"_s.arg(codec->name));
+    }
+    defaults.setArgumentValue(key, settings.atomContainer());
+    return {};
+}
+
 } // namespace
 
 int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &backEnds)
@@ -231,14 +315,15 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
             return BRFailUsage(wanted.error());
         size = *wanted;
     }
-    BRFrameCompressor compressor(capture->videoDataPath,
-                                 capture->info.value(u"isUpsideDown"_s).toBool(), backEnds.media,
-                                 PXDefaults::standardUserDefaults());
-    compressor.setScreenSelectionSize(captured);
-    compressor.setMovieExportSize(size.value_or(captured));
-    if (const double rate = capture->info.value(u"captureRate"_s).toDouble(); rate > 0)
-        compressor.setCaptureRate(rate);
-    BRCompressionOptions &options = compressor.compressionOptions();
+    PXDefaults &defaults = PXDefaults::standardUserDefaults();
+    if (const auto set = setAudioSettings(arguments, backEnds.media, defaults); !set)
+        return BRFailUsage(set.error());
+    BRCapturedMovie movie(capture->videoDataPath, capture->info, backEnds.media, defaults);
+    movie.setCapturedVideoSize(captured);
+    movie.setVideoSize(size.value_or(captured));
+    if (arguments.hasNoAudio)
+        movie.setIncludeAudio(false);
+    BRCompressionOptions &options = movie.frameCompressor().compressionOptions();
     if (arguments.videoCodec)
         options.codec = PXFourCharCodeFromString(*arguments.videoCodec);
     auto codec = backEnds.media.installedCodec(options.codec);
@@ -250,7 +335,7 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
     }
     if (options.options)
         setOptions(*options.options, arguments, *codec);
-    const int status = ExportCommand(compressor, arguments.path).run(arguments.outputPath);
+    const int status = ExportCommand(movie, arguments.path).run(arguments.outputPath);
     if (status == BRExitDone && isCutShort)
         BRWarnOfCutShort(arguments.path, u"only its complete frames were exported"_s);
     return status;

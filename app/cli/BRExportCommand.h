@@ -14,6 +14,9 @@ struct BRExportArguments {
     std::optional<QString> size; ///< "WxH".
     std::optional<double> scale; ///< Percent.
     bool hasFullChroma = false;
+    std::optional<QString> audioCodec; ///< "aac", "alac", "pcm", "ima4" or "ulaw".
+    std::optional<int> audioBitRate; ///< 1000 bits a second.
+    bool hasNoAudio = false;
 };
 
 /// `tolvane export PATH -o OUT.mov`: a movie that other programs play.

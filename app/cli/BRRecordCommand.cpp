@@ -1,13 +1,17 @@
 #include "app/cli/BRRecordCommand.h"
 
+#include "app/BRApplicationSupport.h"
+#include "app/BRCompanionPrograms.h"
 #include "app/BRSessionOptions.h"
 #include "app/cli/BRExitStatus.h"
-#include "app/cli/BRGeometry.h"
+#include "app/cli/BRMicrophone.h"
+#include "app/cli/BRRecordOptionsBuilder.h"
 #include "app/cli/BRSignals.h"
+#include "app/cli/BRSoundAlert.h"
 #include "app/cli/BRTerminal.h"
 #include "app/cli/BRUsageError.h"
+#include "audio/BRAudioRecorder.h"
 #include "capture/BRScreenRecorder.h"
-#include "capture/framefile/BRRawCompression.h"
 #include "foundation/FSByteFormatter.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXFileManager.h"
@@ -21,142 +25,21 @@
 #include <QUuid>
 
 #include <cmath>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr double kLowestRate = 0.001;
-constexpr double kHighestRate = 1000;
 constexpr int kTickMs = 1000; ///< Between two live lines.
+constexpr std::chrono::seconds kLongestWaitForSound(1);
 constexpr double kLongestDuration = 2'000'000; ///< Seconds; what a timer's milliseconds can count.
 
-/// The arguments laid over what the defaults say.
-class OptionsBuilder {
-public:
-    explicit OptionsBuilder(const BRRecordArguments &arguments) : _arguments(arguments)
-    {
-        BRSessionOptions::fill(_options, PXDefaults::standardUserDefaults());
-    }
-
-    /// What the words alone say, right or wrong whatever the display.
-    BRUsageExpected<void> readArguments()
-    {
-        if (auto read = _readRate(); !read)
-            return read;
-        if (_arguments.geometry) {
-            const auto geometry = BRGeometryFromText(*_arguments.geometry);
-            if (!geometry)
-                return tl::unexpected(geometry.error());
-            _geometry = *geometry;
-        }
-        if (_arguments.follow) {
-            const auto size = BRSizeFromText(*_arguments.follow);
-            if (!size)
-                return tl::unexpected(size.error());
-            _options.cameraMode = 1;
-            _options.screenSelectionSize = *size;
-        }
-        return {};
-    }
-
-    /// The options in the display's coordinates, after `readArguments()`.
-    BRUsageExpected<BRScreenRecordingOptions> optionsOn(const PXPixelRect &display)
-    {
-        if (const auto done = _setArea(display); !done)
-            return tl::unexpected(done.error());
-        _setCompression();
-        if (_arguments.hidesCursor)
-            _options.showCursor = false;
-        return _options;
-    }
-
-private:
-    BRUsageExpected<void> _readRate()
-    {
-        if (_arguments.rate)
-            _options.numberOfFramesPerSecond = static_cast<float>(*_arguments.rate);
-        const double rate = static_cast<double>(_options.numberOfFramesPerSecond);
-        if (rate >= kLowestRate && rate <= kHighestRate)
-            return {};
-        return BRWrongUsage(
-            u"Cannot record %1 frames per second"_s.arg(rate),
-            u"Give a rate from 0.001 to %1 (--rate, or the setting captureRate)."_s.arg(
-                kHighestRate));
-    }
-
-    void _setCompression()
-    {
-        if (_arguments.codec)
-            _options.videoCompression = static_cast<std::int32_t>(
-                *_arguments.codec == u"rle" ? BRRawCompression::RLE : BRRawCompression::LZO);
-        if (_arguments.codec)
-            _options.lossyLevel = *_arguments.codec == u"rle"
-                ? PXDefaults::standardUserDefaults().intValue(u"lossyLevel"_s)
-                : 0;
-        if (_arguments.lossyLevel)
-            _options.lossyLevel = *_arguments.lossyLevel;
-        const bool isRLE
-            = _options.videoCompression == static_cast<std::int32_t>(BRRawCompression::RLE);
-        if (_arguments.lossyLevel.value_or(0) != 0 && !isRLE)
-            BRTerminal::printWarning(
-                u"--lossy has no effect: LZO loses nothing (it is for --codec rle)"_s);
-    }
-
-    BRUsageExpected<void> _setArea(const PXPixelRect &display)
-    {
-        if (_geometry)
-            return _setFixedArea(_geometry->onDisplay(display), *_arguments.geometry, display);
-        if (_options.cameraMode == 1) {
-            _cutCameraTo(display);
-            return {};
-        }
-        const PXPixelRect lastSelection = PXPixelsFromRect(_options.screenSelectionRect, display);
-        return _setFixedArea(lastSelection.isEmpty() ? display : lastSelection,
-                             u"the last selection"_s, display);
-    }
-
-    BRUsageExpected<void> _setFixedArea(const PXPixelRect &area, const QString &name,
-                                        const PXPixelRect &display)
-    {
-        const PXPixelRect visible = PXIntersection(area, display);
-        const QString displayText
-            = QString::asprintf("%dx%d+%d+%d", display.width, display.height, display.x, display.y);
-        if (visible.isEmpty())
-            return BRWrongUsage(u"%1 lies outside the display"_s.arg(name),
-                                u"Choose an area inside %1."_s.arg(displayText));
-        if (visible != area) {
-            BRTerminal::printWarning(u"%1 reaches beyond the display %2; recording %3"_s.arg(
-                name, displayText,
-                QString::asprintf("%dx%d+%d+%d", visible.width, visible.height, visible.x,
-                                  visible.y)));
-        }
-        _options.cameraMode = 0;
-        _options.screenSelectionRect = PXRectFromPixels(visible, display);
-        _options.screenSelectionSize = _options.screenSelectionRect.size();
-        return {};
-    }
-
-    void _cutCameraTo(const PXPixelRect &display)
-    {
-        PXSize &size = _options.screenSelectionSize;
-        const PXSize whole
-            = {static_cast<float>(display.width), static_cast<float>(display.height)};
-        if (size.width <= whole.width && size.height <= whole.height)
-            return;
-        size = {std::min(size.width, whole.width), std::min(size.height, whole.height)};
-        BRTerminal::printWarning(u"the camera is larger than the display; recording %1x%2"_s
-                                     .arg(static_cast<double>(size.width))
-                                     .arg(static_cast<double>(size.height)));
-    }
-
-    const BRRecordArguments &_arguments;
-    std::optional<BRGeometry> _geometry;
-    BRScreenRecordingOptions _options;
-};
-
 /// One recording from its folder to its last line of output.
-class RecordCommand final : private BRScreenRecorderDelegate, private PXAlert {
+class RecordCommand final : private BRScreenRecorderDelegate,
+                            private BRAudioRecorderDelegate,
+                            private BRAudioRecorderHost,
+                            private PXAlert {
 public:
     RecordCommand(PXScreenPlatform &platform, QString moviesFolder)
         : _uuid(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()),
@@ -166,16 +49,47 @@ public:
         _recorder.setAlert(this);
     }
 
+    /// Opens the sound devices that were asked for.
+    PXExpected<void> prepareSound(const BRRecordArguments &arguments, const BRBackEnds &backEnds)
+    {
+        if (!arguments.microphone && !arguments.recordsSystemAudio)
+            return {};
+        BRAudioRecorderDelegate *const delegate = this;
+        BRAudioRecorderHost &host = *this;
+        // What a recording that crashed has left behind.
+        (void)BROutputDeviceRestorer(backEnds.sound).restore();
+        _audioRecorder.emplace(_uuid, delegate, host, backEnds.sound, backEnds.media);
+        _audioRecorder->setAlert(&_soundAlert);
+        if (arguments.microphone) {
+            const auto uid = BRMicrophone::chosen(*arguments.microphone, backEnds.sound);
+            if (!uid)
+                return PXFail(uid.error());
+            _audioRecorder->prepareToRecordDeviceWithUID(*uid);
+            if (!_audioRecorder->isRecordingMicrophoneAudio())
+                return PXFail(_soundAlert.failure());
+        }
+        if (arguments.recordsSystemAudio) {
+            if (BRAudioRecorder::usesDriver(backEnds.sound))
+                BRCompanionPrograms::startAudioBuddy();
+            _audioRecorder->prepareToRecordSystemAudio();
+            if (!_audioRecorder->isRecordingSystemAudio())
+                return PXFail(_soundAlert.failure());
+            _audioRecorder->startForPlayThough();
+        }
+        _soundAlert.printFromNowOn();
+        return {};
+    }
+
     int run(const BRScreenRecordingOptions &options, std::optional<double> duration)
     {
-        const BRSignals signalsThatStop([this] { _stop(); });
         auto started = PXFileManager::createAllDirectoriesForPath(_folderPath);
         if (started)
             started = _writeMovieInfo(options);
         if (started)
-            started = _recorder.startRecording(options);
+            started = _startRecorders(options);
         if (!started) {
             BRTerminal::printError(started.error());
+            _audioRecorder.reset(); // It may be about to write into the folder.
             // Made by us a moment ago, and without a frame: nothing of the user's is in there.
             QDir(_folderPath).removeRecursively();
             return BRExitStatusOfError(started.error(), BRAccess::Writing);
@@ -196,6 +110,23 @@ public:
     }
 
 private:
+    // The sound first: from the first frame on there is to be no moment without.
+    PXExpected<void> _startRecorders(const BRScreenRecordingOptions &options)
+    {
+        if (_audioRecorder) {
+            if (auto started = _audioRecorder->startRecording(); !started)
+                return started;
+            _audioRecorder->waitForFirstSamples(kLongestWaitForSound);
+        }
+        if (_isStopping) {
+            return PXFail(
+                {kBRErrorDomain, 3, u"The recording was stopped before its first frame"_s, {}, {}});
+        }
+        auto started = _recorder.startRecording(options);
+        _hasStarted = started.has_value();
+        return started;
+    }
+
     void _startProgress()
     {
         _clock.start();
@@ -218,17 +149,45 @@ private:
 
     PXExpected<void> _writeMovieInfo(const BRScreenRecordingOptions &options) const
     {
-        constexpr bool kHasAudio = false;
+        const bool hasAudio = _audioRecorder.has_value();
         return BRSessionOptions::writeMovieInfo(
             BRSessionOptions::movieInfo(_uuid, options, PXDefaults::standardUserDefaults(),
-                                        kHasAudio, QDateTime::currentDateTimeUtc()),
+                                        hasAudio, QDateTime::currentDateTimeUtc()),
             _folderPath);
     }
 
-    void _stop() { _recorder.stopRecording(); }
+    void _stop()
+    {
+        const bool isFirstTime = !std::exchange(_isStopping, true);
+        if (!_hasStarted)
+            return; // Whoever starts it will see.
+        _recorder.stopRecording();
+        if (_audioRecorder && isFirstTime)
+            _audioRecorder->stopRecording();
+    }
 
     void screenRecorderDidStopRecording(BRScreenRecorder &) override
     {
+        _screenHasFinishedRecording = true;
+        _endWhenAllHasStopped();
+    }
+
+    void screenRecorderCVHostTimeOfFirstFrame(BRScreenRecorder &, std::uint64_t hostTime) override
+    {
+        if (_audioRecorder)
+            _audioRecorder->ignoreSamplesBeforeHostTime(hostTime);
+    }
+
+    void audioRecorderDidStopRecording(BRAudioRecorder &) override
+    {
+        _audioHasFinishedRecording = true;
+        _endWhenAllHasStopped();
+    }
+
+    void _endWhenAllHasStopped()
+    {
+        if (!_screenHasFinishedRecording || (_audioRecorder && !_audioHasFinishedRecording))
+            return;
         _ticker.stop();
         BRTerminal::endProgress();
         if (_error)
@@ -239,9 +198,22 @@ private:
 
     void screenRecorderFailed(BRScreenRecorder &, const PXError &error) override
     {
-        _error = error;
-        _status = BRExitStatusOfError(error, BRAccess::Writing);
+        stopRecordingDueToError(error);
+    }
+
+    void stopRecordingDueToError(const PXError &error) override
+    {
+        // A full disk is told by the picture and by the sound.
+        if (!_error) {
+            _error = error;
+            _status = BRExitStatusOfError(error, BRAccess::Writing);
+        }
         _stop();
+    }
+
+    std::optional<QString> pathInApplicationSupportFolder(const QString &name) override
+    {
+        return BRApplicationSupport::pathInApplicationSupportFolder(name);
     }
 
     // The failure itself is told as one.
@@ -257,7 +229,15 @@ private:
     QObject _context;
     QTimer _ticker; ///< Runs on a terminal.
     QElapsedTimer _clock;
+    bool _hasStarted = false;
+    bool _isStopping = false;
+    bool _screenHasFinishedRecording = false;
+    bool _audioHasFinishedRecording = false;
+    BRSoundAlert _soundAlert;
     BRScreenRecorder _recorder;
+    std::optional<BRAudioRecorder> _audioRecorder; ///< Where sound is recorded.
+    /// From before the output device is switched: what stops us then must put it back.
+    const BRSignals _signalsThatStop{[this] { _stop(); }};
 };
 
 BRUsageExpected<void> checkDuration(const BRRecordArguments &arguments)
@@ -287,7 +267,7 @@ BRUsageExpected<QString> moviesFolder(const BRRecordArguments &arguments)
 
 int BRRunRecordCommand(const BRRecordArguments &arguments, const BRBackEnds &backEnds)
 {
-    OptionsBuilder builder(arguments);
+    BRRecordOptionsBuilder builder(arguments);
     // What is wrong with the words is said before a display is looked for.
     const auto folder
         = checkDuration(arguments).and_then([&] { return builder.readArguments(); }).and_then([&] {
@@ -304,5 +284,9 @@ int BRRunRecordCommand(const BRRecordArguments &arguments, const BRBackEnds &bac
     if (!options)
         return BRFailUsage(options.error());
     RecordCommand command(**platform, *folder);
+    if (const auto prepared = command.prepareSound(arguments, backEnds); !prepared) {
+        BRTerminal::printError(prepared.error());
+        return BRExitNoSoundDevice;
+    }
     return command.run(*options, arguments.duration);
 }

@@ -16,6 +16,8 @@ struct BRRecordArguments {
     std::optional<double> duration; ///< Seconds.
     std::optional<QString> moviesFolder;
     bool hidesCursor = false;
+    std::optional<QString> microphone; ///< Its UID; empty is the one that is chosen.
+    bool recordsSystemAudio = false;
 };
 
 /// `tolvane record`: the whole engine without a window. Prints the captured movie's folder last.

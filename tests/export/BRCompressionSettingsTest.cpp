@@ -1,4 +1,5 @@
 #include "export/BRCompressionSettings.h"
+#include "export/BRAudioCompressionSettings.h"
 
 #include <gtest/gtest.h>
 
@@ -48,6 +49,37 @@ TEST(BRCompressionSettings, StoredFormIsTheOneWorkedOutByHand)
     EXPECT_EQ(options.bitRate, 1000000);
     EXPECT_TRUE(options.fullChroma);
     EXPECT_EQ(options.speed, PXEncoderSpeed::Fast);
+}
+
+TEST(BRAudioCompressionSettings, StoredFormIsTheOneWorkedOutByHand)
+{
+    const QByteArray stored = QByteArray::fromHex("0000001c"
+                                                  "61756469"
+                                                  "616c6163"
+                                                  "0000ac44"
+                                                  "00000002"
+                                                  "0001f400"
+                                                  "00000400");
+    BRAudioCompressionSettings settings;
+    settings.codec = PXFourCharCode("alac");
+    settings.sampleRate = 44100;
+    settings.channels = 2;
+    settings.bitRate = 128000;
+    settings.quality = 1024;
+    EXPECT_EQ(settings.atomContainer().toHex(), stored.toHex());
+
+    // Fields of a later version are kept, values that no sound has are not handed on.
+    const auto read = BRAudioCompressionSettings::fromAtomContainer(
+        QByteArray::fromHex("0000002061756469616c6163ffffffff7fffffff0001f40000000fffdeadbeef"));
+    ASSERT_TRUE(read);
+    EXPECT_TRUE(read->atomContainer().endsWith(QByteArray::fromHex("deadbeef")));
+    const PXSoundEncoding encoding = read->encoding();
+    EXPECT_EQ(encoding.codec, PXFourCharCode("alac"));
+    EXPECT_EQ(encoding.sampleRate, 0);
+    EXPECT_EQ(encoding.channels, 0);
+    EXPECT_EQ(encoding.bitRate, 128000);
+    EXPECT_EQ(encoding.quality, 1024);
+    EXPECT_FALSE(BRAudioCompressionSettings::fromAtomContainer(stored.chopped(1)));
 }
 
 TEST(BRCompressionSettings, KeepsWhatItDoesNotKnow)

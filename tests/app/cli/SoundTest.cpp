@@ -1,0 +1,272 @@
+#include "tests/app/cli/CommandLine.h"
+#include "tests/support/PaintedWindow.h"
+#include "tests/support/SoundPlayer.h"
+#include "tests/support/SoundServer.h"
+
+#include <gmock/gmock.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+using namespace Qt::StringLiterals;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int kRate = 48000;
+constexpr int kVoice = 880; ///< Hz of what the microphone hears,
+constexpr int kMusic = 440; ///< and of what the computer plays.
+
+/// The program with a sound server of its own.
+class SoundTest : public CommandLineTest {
+protected:
+    explicit SoundTest(SoundServer::Kind kind = SoundServer::installed().front()) : server(kind) { }
+
+    SoundServer server;
+
+    [[nodiscard]] Variables variables() const { return {{u"PULSE_SERVER"_s, server.name()}}; }
+    [[nodiscard]] Outcome runWithSound(const QStringList &arguments) const
+    {
+        return run(arguments, variables());
+    }
+    [[nodiscard]] QString movies() const { return path(u"Movies"_s); }
+    /// What another program answers.
+    static QByteArray outputOf(const QString &program, const QStringList &arguments)
+    {
+        QProcess process;
+        process.start(program, arguments);
+        EXPECT_TRUE(process.waitForFinished(60'000)) << program.toStdString();
+        EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+        return process.readAllStandardOutput();
+    }
+    /// The amplitude of a tone in the middle second of a movie's sound.
+    static double amplitudeOf(double frequency, const QString &movie)
+    {
+        const QByteArray bytes = outputOf(u"ffmpeg"_s,
+                                          {u"-v"_s, u"error"_s, u"-i"_s, movie, u"-map"_s,
+                                           u"0:a:0"_s, u"-af"_s, u"pan=mono|c0=c0"_s, u"-ar"_s,
+                                           QString::number(kRate), u"-f"_s, u"f32le"_s, u"-"_s});
+        std::vector<float> samples(static_cast<std::size_t>(bytes.size()) / sizeof(float));
+        std::memcpy(samples.data(), bytes.constData(), samples.size() * sizeof(float));
+        if (samples.size() < kRate)
+            return 0;
+        const std::size_t first = (samples.size() - kRate) / 2;
+        double sine = 0;
+        double cosine = 0;
+        for (std::size_t i = first; i < first + kRate; ++i) {
+            const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / kRate;
+            sine += static_cast<double>(samples[i]) * std::sin(phase);
+            cosine += static_cast<double>(samples[i]) * std::cos(phase);
+        }
+        return 2 * std::hypot(sine, cosine) / kRate;
+    }
+    static QString tracksOf(const QString &movie)
+    {
+        return QString::fromUtf8(outputOf(u"ffprobe"_s,
+                                          {u"-v"_s, u"error"_s, u"-show_entries"_s,
+                                           u"stream=codec_name,codec_tag_string"_s, u"-of"_s,
+                                           u"csv=p=0"_s, movie}))
+            .simplified();
+    }
+    void loadDriver() const
+    {
+        (void)server.load({u"module-null-sink"_s, u"sink_name=tolvane_audio"_s,
+                           u"sink_properties=tolvane.virtual=1"_s, u"norewinds=1"_s});
+        // PipeWire shows it some time later, and may turn to it for a moment.
+        waitUntil(
+            [&] {
+                return server.pactl({u"list"_s, u"short"_s, u"sinks"_s})
+                    .contains(u"tolvane_audio"_s);
+            },
+            "the driver");
+        (void)server.pactl({u"set-default-sink"_s, u"real_out"_s});
+        waitUntil([&] { return defaultOutput() == u"real_out"; }, "the user's output");
+    }
+    [[nodiscard]] QString defaultOutput() const
+    {
+        return server.pactl({u"get-default-sink"_s}).trimmed();
+    }
+    [[nodiscard]] QString modules() const
+    {
+        return server.pactl({u"list"_s, u"short"_s, u"modules"_s});
+    }
+    QString recordBoth()
+    {
+        const SoundPlayer voice(server.name(), u"mic_feed"_s, toneOf(kVoice));
+        const SoundPlayer music(server.name(), u"real_out"_s, toneOf(kMusic));
+        const Outcome outcome
+            = runWithSound({u"record"_s, u"--microphone"_s, u"--system-audio"_s, u"--duration"_s,
+                            u"3"_s, u"--movies-folder"_s, movies()});
+        EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+        EXPECT_EQ(outcome.errors, QString());
+        return outcome.output.trimmed();
+    }
+};
+
+/// For what the servers do differently.
+class SoundServersTest : public SoundTest, public testing::WithParamInterface<SoundServer::Kind> {
+protected:
+    SoundServersTest() : SoundTest(GetParam()) { }
+};
+
+INSTANTIATE_TEST_SUITE_P(Servers, SoundServersTest, testing::ValuesIn(SoundServer::installed()),
+                         testing::PrintToStringParamName());
+
+struct AudioCodec {
+    const char *argument;
+    const char *tracks; ///< As ffprobe lists them.
+};
+
+TEST_F(SoundTest, BothSourcesComeOutOfTheExportInEveryCodec)
+{
+    const QString movie = recordBoth();
+    EXPECT_EQ(tracksOf(movie + u"/Brimmet Capture Audio Data 1.mov"_s),
+              u"pcm_s16le,sowt aac,mp4a"_s);
+    constexpr AudioCodec kCodecs[] = {
+        {"aac", "h264,avc1 aac,mp4a"},        {"alac", "h264,avc1 alac,alac"},
+        {"pcm", "h264,avc1 pcm_s16le,sowt"},  {"ima4", "h264,avc1 adpcm_ima_qt,ima4"},
+        {"ulaw", "h264,avc1 pcm_mulaw,ulaw"},
+    };
+    for (const auto &[argument, tracks] : kCodecs) {
+        SCOPED_TRACE(argument);
+        const QString exported = path(QLatin1String(argument) + u".mov"_s);
+        const Outcome outcome = run(
+            {u"export"_s, movie, u"-o"_s, exported, u"--audio-codec"_s, QLatin1String(argument)});
+        EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+        EXPECT_EQ(outcome.output.trimmed(), exported);
+        EXPECT_EQ(tracksOf(exported), QLatin1String(tracks));
+        // Each was played at an amplitude of a half.
+        EXPECT_NEAR(amplitudeOf(kVoice, exported), 0.5, 0.06);
+        EXPECT_NEAR(amplitudeOf(kMusic, exported), 0.5, 0.06);
+    }
+    const QString silent = path(u"silent.mov"_s);
+    EXPECT_EQ(run({u"export"_s, movie, u"-o"_s, silent, u"--no-audio"_s}).status, 0);
+    EXPECT_EQ(tracksOf(silent), u"h264,avc1"_s);
+    // What an argument chose is no setting.
+    EXPECT_EQ(run({u"export"_s, movie, u"-o"_s, path(u"last.mov"_s)}).status, 0);
+    EXPECT_EQ(tracksOf(path(u"last.mov"_s)), u"h264,avc1 aac,mp4a"_s);
+
+    // A sound file that nobody can read costs the sound and not the picture.
+    QFile damaged(movie + u"/Brimmet Capture Audio Data 1.mov"_s);
+    ASSERT_TRUE(damaged.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(damaged.resize(100));
+    damaged.close();
+    const Outcome outcome = run({u"export"_s, movie, u"-o"_s, path(u"damaged.mov"_s)});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors.toStdString(), HasSubstr("has no sound: "));
+    EXPECT_EQ(outcome.errors.count(u'\n'), 1);
+    EXPECT_EQ(tracksOf(path(u"damaged.mov"_s)), u"h264,avc1"_s);
+}
+
+TEST_F(SoundTest, SaysInALineWhatItCannotRecord)
+{
+    const struct {
+        QStringList arguments;
+        Variables variables;
+        const char *error;
+    } cases[] = {
+        {{u"--microphone=nowhere"_s}, variables(), "There is no microphone \"nowhere\""},
+        {{u"--microphone"_s}, {{u"PULSE_SERVER"_s, u"unix:/nonexistent"_s}}, "sound server"},
+        {{u"--system-audio"_s}, {{u"PULSE_SERVER"_s, u"unix:/nonexistent"_s}}, "sound server"},
+    };
+    for (const auto &[arguments, variables, error] : cases) {
+        SCOPED_TRACE(error);
+        const Outcome outcome
+            = run(QStringList{u"record"_s, u"--duration"_s, u"1"_s, u"--movies-folder"_s, movies()}
+                      + arguments,
+                  variables);
+        EXPECT_EQ(outcome.status, 5);
+        EXPECT_EQ(outcome.output, QString());
+        EXPECT_THAT(outcome.errors.toStdString(), HasSubstr(error));
+        EXPECT_EQ(outcome.errors.count(u'\n'), 1) << outcome.errors.toStdString();
+    }
+    EXPECT_FALSE(QDir(movies()).exists() && !QDir(movies()).isEmpty());
+}
+
+TEST_P(SoundServersTest, OfTwoThatUseTheDriverTheLastGivesTheOutputBack)
+{
+    loadDriver();
+    const SoundPlayer music(server.name(), QString(), toneOf(kMusic));
+    QProcess first;
+    QProcess second;
+    start(first, {u"record"_s, u"--system-audio"_s, u"--movies-folder"_s, path(u"first"_s)},
+          variables());
+    movieWithFramesIn(path(u"first"_s));
+    start(second, {u"record"_s, u"--system-audio"_s, u"--movies-folder"_s, path(u"second"_s)},
+          variables());
+    const QString movie = movieWithFramesIn(path(u"second"_s));
+    send(first, SIGINT);
+    EXPECT_EQ(outcomeOf(first).status, 0);
+    EXPECT_EQ(defaultOutput(), u"tolvane_audio"_s) << "the other still records from it";
+    waitUntil(
+        [&] { return QFileInfo(movie + u"/Brimmet Capture Audio Data 2.mov"_s).size() > 70'000; },
+        "sound");
+    send(second, SIGINT);
+    EXPECT_EQ(outcomeOf(second).status, 0);
+    EXPECT_EQ(defaultOutput(), u"real_out"_s);
+    EXPECT_FALSE(modules().contains(u"loopback"_s));
+    EXPECT_NEAR(amplitudeOf(kMusic, movie + u"/Brimmet Capture Audio Data 1.mov"_s), 0.5, 0.06);
+}
+
+TEST_F(SoundTest, StoppedBeforeTheFirstSampleItLeavesNothing)
+{
+    // A microphone that gives nothing: the sound is waited for.
+    (void)server.load(
+        {u"module-pipe-source"_s, u"source_name=still"_s, u"file="_s + path(u"pipe"_s)});
+    QProcess recorder;
+    start(recorder, {u"record"_s, u"--microphone=still"_s, u"--movies-folder"_s, movies()},
+          variables());
+    waitUntil(
+        [&] { return !QDir(movies()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty(); },
+        "the movie's folder");
+    send(recorder, SIGINT);
+    const Outcome outcome = outcomeOf(recorder);
+    if (outcome.status == 0)
+        GTEST_SKIP() << "the machine was too slow: recording had begun";
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors, u"tolvane: The recording was stopped before its first frame\n"_s);
+    EXPECT_TRUE(QDir(movies()).isEmpty());
+}
+
+TEST_P(SoundServersTest, AKilledRecordingLeavesItsSoundAndTheUsersOutput)
+{
+    loadDriver();
+    const SoundPlayer voice(server.name(), u"mic_feed"_s, toneOf(kVoice));
+    const SoundPlayer music(server.name(), QString(), toneOf(kMusic));
+    QProcess recorder;
+    start(recorder,
+          {u"record"_s, u"--microphone"_s, u"--system-audio"_s, u"--movies-folder"_s, movies()},
+          variables());
+    waitUntil([&] { return defaultOutput() == u"tolvane_audio"; }, "the switch");
+    const QString movie = movieWithFramesIn(movies());
+    ASSERT_FALSE(HasFailure()) << outcomeOf(recorder).errors.toStdString();
+    const QString sound = movie + u"/Brimmet Capture Audio Data 2.mov"_s;
+    // So that there are two whole seconds of AAC in it. The exported sound ends with the picture.
+    PaintedWindow window(display(), {0, 0, 8, 8});
+    waitUntil(
+        [&, color = 0U]() mutable {
+            window.fill({0, 0, 8, 8}, ++color);
+            return QFileInfo(sound).size() > 70'000;
+        },
+        "sound");
+    send(recorder, SIGKILL);
+    recorder.waitForFinished();
+    waitUntil([&] { return defaultOutput() == u"real_out"; }, "the user's output");
+    waitUntil([&] { return !modules().contains(u"loopback"_s); }, "the end of what was played on");
+    EXPECT_NEAR(amplitudeOf(kMusic, sound), 0.5, 0.06);
+
+    const QString exported = path(u"exported.mov"_s);
+    const Outcome outcome = run({u"export"_s, movie, u"-o"_s, exported});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.errors.contains(u"lacks what the computer played"_s))
+        << outcome.errors.toStdString();
+    EXPECT_EQ(tracksOf(exported), u"h264,avc1 aac,mp4a"_s);
+    EXPECT_NEAR(amplitudeOf(kVoice, exported), 0.5, 0.06);
+}
+
+} // namespace
