@@ -112,19 +112,29 @@ void PulseSoundPlatform::_tellThatDevicesDidChange()
         return;
     PXMainThread::post(&_context, [this] {
         _newsAreOnTheWay = false;
+        // The watch may have heard of it before the connection that they will ask over.
+        _server->disconnect();
         _observers.tell();
     });
 }
 
+PXExpected<PulseServer::Defaults> PulseSoundPlatform::_defaultsOfNow()
+{
+    // PipeWire keeps a view of its own for each client, and now and then forgets to renew it: an
+    // old connection would name the former default for ever.
+    _server->disconnect();
+    return _server->defaults();
+}
+
 PXExpected<PXAudioDeviceID> PulseSoundPlatform::defaultInputDevice()
 {
-    const auto defaults = _server->defaults();
+    const auto defaults = _defaultsOfNow();
     return defaults ? numberOf(_server->sources(), defaults->source) : PXFail(defaults.error());
 }
 
 PXExpected<PXAudioDeviceID> PulseSoundPlatform::defaultOutputDevice()
 {
-    const auto defaults = _server->defaults();
+    const auto defaults = _defaultsOfNow();
     return defaults ? numberOf(_server->sinks(), defaults->sink) : PXFail(defaults.error());
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/PXSoundPlatform.h"
 #include "platform/pulse/PulseLoopbacks.h"
+#include "platform/pulse/PulseServer.h"
 
 #include <QObject>
 #include <QString>
@@ -10,7 +11,6 @@
 #include <memory>
 
 class PulseDeviceWatch;
-class PulseServer;
 
 /// The sound server of the session: PulseAudio, or PipeWire, which speaks its protocol.
 /// Outlives what it makes.
@@ -47,6 +47,7 @@ public:
 private:
     PXExpected<bool> _isVirtualOutputRecorded(PulseLoopbacks::Ours ours);
     [[nodiscard]] QString _lockPath(const QString &purpose) const;
+    PXExpected<PulseServer::Defaults> _defaultsOfNow();
     void _tellThatDevicesDidChange();
 
     const std::unique_ptr<PulseServer> _server;

@@ -13,7 +13,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kLongestStartMs = 60'000;
+constexpr int kLongestStartMs = 20'000;
+constexpr int kAttempts = 3;
 
 // norewinds: without it a null sink renders up to 2 s ahead and takes it back.
 constexpr char kPulseAudioScript[] = R"(
@@ -134,6 +135,20 @@ void SoundServer::_startPulseAudio()
 }
 
 void SoundServer::_startPipeWire()
+{
+    // On a busy machine now and then one of the three misses another, and waits for ever.
+    for (int attempt = 1;; ++attempt) {
+        try {
+            return _tryToStartPipeWire();
+        } catch (const std::runtime_error &) {
+            if (attempt == kAttempts)
+                throw;
+            kill();
+        }
+    }
+}
+
+void SoundServer::_tryToStartPipeWire()
 {
     for (const QString &socket : {u"bus"_s, u"pipewire-0"_s, u"pulse/native"_s})
         QFile::remove(_folder.filePath(socket));

@@ -50,6 +50,7 @@ private:
     static void _waitForSocket(const QString &path);
     void _startPulseAudio();
     void _startPipeWire();
+    void _tryToStartPipeWire();
     void _signal(int signal) const;
 
     const Kind _kind;
