@@ -122,6 +122,7 @@ void setQuality(AVCodecContext &context, const PXSoundEncoding &encoding, PXSoun
         // it spares nothing.
         av_opt_set_int(context.priv_data, "aac_pns", 0, 0);
         av_opt_set_int(context.priv_data, "aac_is", 0, 0);
+        av_opt_set_int(context.priv_data, "aac_tns", 0, 0);
     }
     if (encoding.bitRate > 0) {
         context.bit_rate = encoding.bitRate;

@@ -98,7 +98,9 @@ void PulseRecordStream::_setCallbacks()
         _stream.get(),
         [](pa_stream *, std::size_t, void *self) noexcept {
             auto &stream = *static_cast<PulseRecordStream *>(self);
-            stream._askForTiming();
+            // Each second time is enough to stay in step, and a question wakes both sides.
+            if (++stream._fragments % 2 == 0 || !stream._clock.isSet())
+                stream._askForTiming();
             stream._read();
         },
         this);

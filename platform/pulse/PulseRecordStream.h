@@ -59,6 +59,7 @@ private:
     PulseStreamHandle _stream;
     PulseOperation _timing; ///< While it is asked for.
     PulseStreamClock _clock;
+    unsigned _fragments = 0; ///< That have arrived.
     std::int64_t _position = 0; ///< Of the next frame, counted as the server counts.
     const std::vector<std::byte> _silence; ///< One piece of it.
 };

@@ -41,13 +41,13 @@ public:
     }
 
 private:
-    /// At a report for each fragment of 50 ms, some seconds.
-    static constexpr std::size_t kReports = 50;
+    /// At ten reports a second, some seconds.
+    static constexpr std::size_t kReports = 25;
     /// Later by more than a report can be stale: the server has thrown samples away, because
     /// nobody took them for too long.
     static constexpr std::int64_t kLostSamples = 300'000'000;
     /// So many in a row are not all stale, nor late because the machine is busy.
-    static constexpr std::ptrdiff_t kReportsToBeSure = 15;
+    static constexpr std::ptrdiff_t kReportsToBeSure = 8;
     static constexpr std::int64_t kLaterThanAnyReport = 25'000'000;
 
     std::deque<std::int64_t> _reports;
