@@ -18,6 +18,9 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
+const QString kBRCaptureAudioDataName = u"Brimmet Capture Audio Data 1.mov"_s;
+const QString kBRSecondCaptureAudioDataName = u"Brimmet Capture Audio Data 2.mov"_s;
+
 namespace {
 
 constexpr auto kTimeUntilCheck = 4s;
@@ -67,8 +70,8 @@ PXExpected<void> BRAudioRecorder::startRecording()
               .filePath(mUUID);
     if (auto made = PXFileManager::createAllDirectoriesForPath(folder); !made)
         return made;
-    mOutputFile1 = folder + u"/Brimmet Capture Audio Data 1.mov"_s;
-    mOutputFile2 = folder + u"/Brimmet Capture Audio Data 2.mov"_s;
+    mOutputFile1 = QDir(folder).filePath(kBRCaptureAudioDataName);
+    mOutputFile2 = QDir(folder).filePath(kBRSecondCaptureAudioDataName);
     BRLog(BRLogDebug, "BRAudioRecorder startrecording");
     mIsRecording = true;
     if (mCaptureSession1) {
@@ -138,7 +141,8 @@ void BRAudioRecorder::stopRecording()
     BRRunEventLoop(kTimeToFinishFiles);
     // Copying the sound of hours takes seconds.
     PXExpected<void> made;
-    BRRunEventLoopDuring([&] { made = _makeOneFile(); });
+    if (!mOutputFile1.isEmpty())
+        BRRunEventLoopDuring([&] { made = makeOneFile(QFileInfo(mOutputFile1).path(), _media); });
     if (!made)
         _beepAndLog(PXErrorLine(made.error()));
     _devicesObservation.end(); // What follows is no news.
@@ -169,20 +173,28 @@ void BRAudioRecorder::_waitForSamplesUntil(std::uint64_t hostTime)
 
 // What grew in fragments becomes an ordinary movie, which every program reads. What cannot be
 // merged stays as a file of its own. A source that never gave a sample has none.
-PXExpected<void> BRAudioRecorder::_makeOneFile()
+PXExpected<void> BRAudioRecorder::makeOneFile(const QString &movieFolder, PXMediaPlatform &media,
+                                              const std::stop_token &stop)
 {
+    const QString first = QDir(movieFolder).filePath(kBRCaptureAudioDataName);
+    const QString second = QDir(movieFolder).filePath(kBRSecondCaptureAudioDataName);
     const auto hasSound = [](const QString &path) { return QFileInfo(path).size() > 0; };
-    if (hasSound(mOutputFile2) && hasSound(mOutputFile1)) {
-        if (auto merged = mergeAudioFromMovieAtPath(_media, mOutputFile2, mOutputFile1); !merged)
-            return merged;
-        QFile::remove(mOutputFile2);
-    } else if (hasSound(mOutputFile2)) {
-        if (std::rename(QFile::encodeName(mOutputFile2).constData(),
-                        QFile::encodeName(mOutputFile1).constData())
+    if (hasSound(second) && hasSound(first)) {
+        const auto tracks = media.numberOfSoundTracks(first);
+        if (!tracks)
+            return PXFail(tracks.error());
+        // Else whoever merged them was killed before the next line.
+        if (*tracks < 2) {
+            if (auto merged = mergeAudioFromMovieAtPath(media, second, first, stop); !merged)
+                return merged;
+        }
+        QFile::remove(second);
+    } else if (hasSound(second)) {
+        if (std::rename(QFile::encodeName(second).constData(), QFile::encodeName(first).constData())
             != 0)
-            return PXFail(PXPOSIXError(errno, u"Could not move the file "_s + mOutputFile2));
+            return PXFail(PXPOSIXError(errno, u"Could not move the file "_s + second));
     }
-    return hasSound(mOutputFile1) ? _media.flattenMovie(mOutputFile1) : PXExpected<void>();
+    return hasSound(first) ? media.flattenMovie(first, stop) : PXExpected<void>();
 }
 
 PXExpected<void> BRAudioRecorder::mergeAudioFromMovieAtPath(PXMediaPlatform &media,

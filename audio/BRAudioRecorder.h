@@ -25,6 +25,11 @@
 
 class BRAudioRecorder;
 
+/// The names of the sound files in a captured movie's folder: that of the first source, or of all
+/// in the end, and that of the second while both are recorded.
+extern const QString kBRCaptureAudioDataName;
+extern const QString kBRSecondCaptureAudioDataName;
+
 /// Hears of a recorder's end; on the main thread.
 class BRAudioRecorderDelegate {
 public:
@@ -124,6 +129,12 @@ public:
                                                       const QString &target,
                                                       const std::stop_token &stop = {});
 
+    /// Makes one ordinary movie, under the first name, of the sound files that a recording left in
+    /// its folder, however it ended. Harmless where that is done, and where there are none; where
+    /// it was interrupted, or stopped (ECANCELED), it can be done again. Any thread.
+    static PXExpected<void> makeOneFile(const QString &movieFolder, PXMediaPlatform &media,
+                                        const std::stop_token &stop = {});
+
 private:
     static PXAuthorized _unloadKernelExtension(const QString &identifier,
                                                PXAuthentication &authentication);
@@ -159,7 +170,6 @@ private:
     void _putBackOutputDevice();
     void checkIfActuallyRecording();
     void _waitForSamplesUntil(std::uint64_t hostTime);
-    PXExpected<void> _makeOneFile();
     void _finishRecording(const char *callback, int number, const std::optional<PXError> &error);
     void _beepAndLog(const QString &message);
     void _beepAndLog(const char *format, const PXError &error);

@@ -22,8 +22,6 @@ using namespace Qt::StringLiterals;
 
 const QString kBRScreenRecorderScreenSelectionRectChangedNotification
     = u"BRScreenRecorderScreenSelectionRectChangedNotification"_s;
-const QString kBRCaptureVideoDataName = u"Brimmet Capture Video Data"_s;
-const QString kBRMovieInfoName = u"Info.plist"_s;
 
 namespace {
 

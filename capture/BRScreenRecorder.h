@@ -27,9 +27,6 @@ class BRScreenRecorder;
 /// Posted each time the camera moved; the sender is the recorder. In follow mode on the grabbing
 /// thread, which may not wait for the main thread there.
 extern const QString kBRScreenRecorderScreenSelectionRectChangedNotification;
-/// The names of the two files of a raw capture's folder that the recorder writes.
-extern const QString kBRCaptureVideoDataName;
-extern const QString kBRMovieInfoName;
 
 /// What a recorder tells its owner, which outlives it; always on the main thread, no lock held.
 class BRScreenRecorderDelegate {

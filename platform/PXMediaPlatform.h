@@ -51,6 +51,7 @@ public:
     [[nodiscard]] virtual PXExpected<std::unique_ptr<PXSoundStretcher>>
     makeSoundStretcher(const PXSoundFormat &format) = 0;
 
+    [[nodiscard]] virtual PXExpected<int> numberOfSoundTracks(const QString &path) = 0;
     /// Makes the first sound track of the movie `source` one more track of `target`, from its
     /// start, cut to the length of `target`'s video track where it has one; nothing is encoded
     /// again. A track without sound is not inserted. The new file, whose index comes first,

@@ -8,6 +8,7 @@ namespace BRFrameFormat {
 
 inline constexpr std::uint32_t kV2Magic = 0x544F4C56;
 inline constexpr std::uint64_t kV2HeaderLength = 41; ///< Frames begin here.
+inline constexpr std::uint64_t kV2DurationPosition = 20; ///< A double; the frame count follows.
 inline constexpr std::uint64_t kV2IndexRecordLength = 24;
 inline constexpr std::uint32_t kKeyFrameFlag = 1;
 
@@ -18,6 +19,9 @@ inline constexpr std::uint32_t kV1RectangleTag = 0x52454354; // 'RECT'
 
 /// No X screen is larger, and width * height * 4 still fits the file's 32 bits.
 inline constexpr std::uint32_t kLargestSide = 32767;
+
+/// Of a frame. Recorders merge what changed into some dozens; what claims more is damaged.
+inline constexpr std::uint32_t kMostRectsOfAFrame = 65'536;
 
 /// Larger buffers are told about, not refused.
 inline constexpr std::size_t kTemporaryBufferBound = 65'536'000;

@@ -8,6 +8,9 @@
 
 using namespace Qt::StringLiterals;
 
+const QString kBRCaptureVideoDataName = u"Brimmet Capture Video Data"_s;
+const QString kBRMovieInfoName = u"Info.plist"_s;
+
 BRFrameStreamer::BRFrameStreamer(const QString &filePath)
     : mFilePath(filePath), mFileStream(filePath), mV2FrameIndexFileStream(filePath + u".index"_s)
 {

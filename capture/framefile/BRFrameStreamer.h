@@ -17,8 +17,21 @@
 #include <span>
 #include <vector>
 
+/// The names of the frame file and of what tells about it, in a captured movie's folder.
+extern const QString kBRCaptureVideoDataName;
+extern const QString kBRMovieInfoName;
+
 /// Order of a pixel's four bytes in memory.
 enum class BRPixelOrder { ARGB, BGRA };
+
+/// What the first bytes of a capture say. Zeros as duration and count are those of a recording that
+/// runs, or was interrupted.
+struct BRFrameFileHeader {
+    PXSize selectionSize; ///< Pixels.
+    double duration = 0; ///< Seconds.
+    std::uint32_t numberOfFrames = 0;
+    int fileFormat = 2;
+};
 
 /// Appends frames to a raw capture, or reads them back; the factory decides which, for good.
 /// Owns the frame file, its index (the same path with ".index" appended) and the scratch buffers;
@@ -46,6 +59,14 @@ public:
     /// compression). A damaged or missing index is not a failure: its sound beginning is used.
     [[nodiscard]] static PXExpected<std::unique_ptr<BRFrameStreamer>>
     withFilePathForReading(const QString &filePath, bool isUpsideDown);
+
+    /// Opens an interrupted recording of version 2 (`wasInterrupted`): unlike the others this has
+    /// the index that lies beside it, which may be longer than the file, and counts no frames.
+    [[nodiscard]] static PXExpected<std::unique_ptr<BRFrameStreamer>>
+    withFilePathForRepair(const QString &filePath);
+
+    /// Reads nothing else. Fails as `withFilePathForReading`.
+    [[nodiscard]] static PXExpected<BRFrameFileHeader> headerOfFile(const QString &filePath);
 
     // Writing
 
@@ -92,6 +113,17 @@ public:
     /// first, rows without gaps) in the byte order `order`, the right way up for every
     /// compression and version.
     bool readDirtyRectOntoCanvas(PXRect &rect, std::span<std::byte> canvas, BRPixelOrder order);
+
+    /// The next rectangle without its pixels, to come back to with `setPosition` if they are
+    /// wanted. False as `readDirtyRect`, save that pixels are not decoded, and those of the frame's
+    /// last rectangle, behind which nobody reads on, not even walked over.
+    bool skipDirtyRect(PXRect &rect, bool isLast);
+    /// Where a frame or a rectangle begins, as `position` said before it was read or skipped.
+    void setPosition(std::uint64_t position)
+    {
+        mFileStream.setPosition(position);
+        _lastTimestamp.reset();
+    }
 
     /// Walks over the next frame without decoding: whether all of its rectangles are there. The
     /// position stays. With `skip` it is moved behind the frame when that is whole.
@@ -161,11 +193,13 @@ private:
     template <typename Write> PXExpected<void> _patchHeader(std::uint64_t position, Write write);
 
     PXExpected<void> openFilePathForReading(bool isUpsideDown);
+    enum class HeaderOnly { No, Yes };
+    PXExpected<void> _openAndReadHeader(bool isUpsideDown, HeaderOnly headerOnly);
     void v2_readHeader();
     void v1_readHeader(std::uint32_t firstWord, bool isUpsideDown);
     [[nodiscard]] PXExpected<void> _checkHeader() const;
     PXExpected<void> _allocateReadingBuffers();
-    void v2_readFrameIndex();
+    void v2_readFrameIndex(std::uint32_t most);
     void _countFrames();
     bool _readRectangleRecord(RectangleRecord &record);
     bool _readBlock(std::span<const std::byte> &block);
@@ -175,6 +209,7 @@ private:
     bool compression_LZO_readPixels(const RectangleRecord &record, const Destination &destination);
     bool compression_RLE_readPixels(const RectangleRecord &record, const Destination &destination);
     [[nodiscard]] bool _hasReadingFailed() const;
+    [[nodiscard]] static PXRect _rectOf(const RectangleRecord &record);
     [[nodiscard]] static std::uint64_t _pixelBytes(const RectangleRecord &record);
     [[nodiscard]] std::uint64_t _bytesLeft() const;
     [[nodiscard]] BRPixelOrder _storedOrder() const;

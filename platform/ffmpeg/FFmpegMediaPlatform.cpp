@@ -85,6 +85,17 @@ PXExpected<void> FFmpegMediaPlatform::insertSoundTrack(const QString &source, co
         [&] { return MovieRewriter::insertSoundTrack(source, target, stop); });
 }
 
+PXExpected<int> FFmpegMediaPlatform::numberOfSoundTracks(const QString &path)
+{
+    return MovieReader::open(path).map([](const std::unique_ptr<MovieReader> &reader) {
+        const auto tracks = reader->tracks();
+        return static_cast<int>(
+            std::count_if(tracks.begin(), tracks.end(), [](const AVStream *track) {
+                return track->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+            }));
+    });
+}
+
 PXExpected<void> FFmpegMediaPlatform::flattenMovie(const QString &path, const std::stop_token &stop)
 {
     return ffmpeg::withinMemory([&] { return MovieRewriter::flatten(path, stop); });

@@ -26,5 +26,6 @@ public:
     makeSoundStretcher(const PXSoundFormat &format) override;
     PXExpected<void> insertSoundTrack(const QString &source, const QString &target,
                                       const std::stop_token &stop = {}) override;
+    PXExpected<int> numberOfSoundTracks(const QString &path) override;
     PXExpected<void> flattenMovie(const QString &path, const std::stop_token &stop = {}) override;
 };

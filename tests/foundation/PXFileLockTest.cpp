@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 using enum PXFileLock::Mode;
@@ -61,6 +62,23 @@ TEST_F(FileLock, EndsWithItsHolder)
     EXPECT_TRUE(take(Shared));
     ::close(told[0]);
     ::close(told[1]);
+}
+
+TEST_F(FileLock, WhoWaitedForAFileThatWasRemovedLocksTheNewOne)
+{
+    auto first = take(Exclusive);
+    ASSERT_TRUE(first);
+    std::unique_ptr<PXFileLock> second;
+    std::jthread waiting([&] {
+        if (auto taken = PXFileLock::take(path, Exclusive, PXFileLock::IfHeld::Wait))
+            second = *std::move(taken);
+    });
+    first->removeFile();
+    first.reset();
+    waiting.join();
+    EXPECT_TRUE(second);
+    EXPECT_TRUE(QFile::exists(path));
+    EXPECT_FALSE(take(Shared));
 }
 
 TEST_F(FileLock, FollowsNoLinkAndTakesNobodyElsesFile)

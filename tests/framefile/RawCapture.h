@@ -100,9 +100,11 @@ public:
     PXExpected<void> writeFrame(BRFrameStreamer &streamer, double timestamp)
     {
         rects.clear();
-        const bool isFirst = timestamp == 0;
-        for (int i = isFirst ? 0 : static_cast<int>(random() % 4); i >= 0; --i)
-            rects.push_back(isFirst ? PXRect{0, 0, float(width), float(height)} : randomRect());
+        const bool isKeyFrame = timestamp == 0
+            || (framesBetweenKeyFrames > 0 && ++_framesSinceKeyFrame >= framesBetweenKeyFrames);
+        _framesSinceKeyFrame = isKeyFrame ? 0 : _framesSinceKeyFrame;
+        for (int i = isKeyFrame ? 0 : static_cast<int>(random() % 4); i >= 0; --i)
+            rects.push_back(isKeyFrame ? PXRect{0, 0, float(width), float(height)} : randomRect());
         for (const PXRect &rect : rects)
             paint(rect);
         // The alpha is whatever the X server left there.
@@ -125,6 +127,7 @@ public:
     int height;
     Picture picture;
     std::vector<PXRect> rects;
+    int framesBetweenKeyFrames = 0; ///< None but the first where 0.
 
 private:
     PXRect randomRect()
@@ -148,4 +151,6 @@ private:
             }
         }
     }
+
+    int _framesSinceKeyFrame = 0;
 };
