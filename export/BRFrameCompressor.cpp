@@ -83,8 +83,10 @@ void BRFrameCompressor::setMovieExportSize(PXSize size)
 
 PXExpected<void> BRFrameCompressor::startCompression(const QString &outputPath)
 {
-    if (_movie)
+    if (_isCompressing)
         throw std::logic_error("one export at a time");
+    if (_movie) // Its export ended without a word.
+        cleanupDueToError();
     _cancel = false;
     _totalNumberOfFrames = _numberOfFramesRemaining = _numberOfFramesInPipeline = 0;
     {
@@ -92,6 +94,7 @@ PXExpected<void> BRFrameCompressor::startCompression(const QString &outputPath)
         _firstWriteError.reset();
     }
     _framesRead = _samplesAdded = 0;
+    _missingFrames = 0;
     _exportedCaptureRate = _captureRate;
     _exportedSelectionSize = _screenSelectionSize;
 

@@ -32,7 +32,8 @@ public:
     /// The raw file is open and counted.
     virtual void frameCompressorWillBeginCompression(BRFrameCompressor &, std::uint32_t) { }
     /// A frame is handed to the encoder. The picture is the captured one; null unless
-    /// `setSendsPictures` asked for it, and while the one before has not been delivered yet.
+    /// `setSendsPictures` asked for it, for three frames of four, and while the one before has not
+    /// been delivered yet.
     virtual void frameCompressorWillEncodeFrame(BRFrameCompressor &, const QImage &) { }
     /// The encoder returned a frame; so many are not finished now. The frame comes without its
     /// data, which would pile up while the main thread is busy.
@@ -112,6 +113,9 @@ public:
     void cancelCompression() { _cancel = true; }
     /// Any thread.
     [[nodiscard]] Progress progress() const;
+    /// Frames that this export, or the last one, goes without because the encoder refused them. Any
+    /// thread.
+    [[nodiscard]] std::uint32_t missingFrames() const { return _missingFrames; }
     /// Whether the delegate is still to hear of an export's end. Any thread.
     [[nodiscard]] bool isCompressing() const { return _isCompressing; }
     /// The first sample or index that could not be written (a full disk). The export goes on to
@@ -161,6 +165,7 @@ private:
     std::atomic<std::uint32_t> _totalNumberOfFrames = 0;
     std::atomic<std::uint32_t> _numberOfFramesRemaining = 0;
     std::atomic<std::uint32_t> _numberOfFramesInPipeline = 0;
+    std::atomic<std::uint32_t> _missingFrames = 0;
     std::atomic<bool> _cancel = false;
     std::atomic<bool> _isCompressing = false;
     std::unique_ptr<BRMovieFile> _movie; ///< There from the start of an export to its end.

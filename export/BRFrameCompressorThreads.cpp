@@ -20,6 +20,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr std::uint32_t kFramesPerPicture = 4;
 constexpr qint64 kSmallestFrame = 12; // Bytes in a capture.
 
 /// -1, which no session takes, for what is no time.
@@ -160,6 +161,7 @@ PXExpected<void> BRFrameCompressor::_exportFrame(const BRFrameAssembler &frame)
     --_numberOfFramesRemaining;
     if (const auto failure = _compressionSession->failure())
         return PXFail(*failure);
+    ++_missingFrames;
     _logAndBeep(QString::asprintf("ICMCompressionSessionEncodeFrame() failed with error %i",
                                   taken.error().code));
     return {};
@@ -175,7 +177,9 @@ void BRFrameCompressor::_logAndBeep(const QString &message)
 void BRFrameCompressor::_informDelegateFrameBegan(const BRFrameAssembler &frame)
 {
     QImage picture;
-    const bool isWaited = _sendsPictures && !_pictureIsWaiting.exchange(true);
+    // A copy of each would cost more than anybody sees.
+    const bool isShown = _sendsPictures && (_framesRead - 1) % kFramesPerPicture == 0;
+    const bool isWaited = isShown && !_pictureIsWaiting.exchange(true);
     if (isWaited) {
         picture = QImage(reinterpret_cast<const uchar *>(frame.picture().data()), frame.width(),
                          frame.height(), qsizetype{4} * frame.width(), QImage::Format_RGB32)
@@ -201,6 +205,7 @@ void BRFrameCompressor::_frameCameOut(const PXExpected<PXEncodedFramePtr> &frame
 
 void BRFrameCompressor::_compressingFrameFailed()
 {
+    ++_missingFrames;
     --_numberOfFramesRemaining;
     --_numberOfFramesInPipeline;
 }
