@@ -4,13 +4,27 @@
 #include "platform/pulse/PulseSoundPlatform.h"
 #include "platform/x11/X11ScreenPlatform.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <new>
+
+namespace {
+
+/// Qt ends the program where a window cannot be shown: then the command shall say why. The others
+/// do without what windows need.
+std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv)
+{
+    if (BRCommandLineShowsWindow(argc, argv) && X11ScreenPlatform::open())
+        return std::make_unique<QApplication>(argc, argv);
+    return std::make_unique<QCoreApplication>(argc, argv);
+}
+
+} // namespace
 
 /// Picks the back ends and hands them down; nothing else names one.
 int main(int argc, char **argv)
@@ -18,7 +32,7 @@ int main(int argc, char **argv)
     // The reference-date clock begins here, whatever is first timed.
     PXTimeIntervalSinceReferenceDate();
     try {
-        QCoreApplication application(argc, argv);
+        const auto application = makeApplication(argc, argv);
         // It took over the user's language, in which strtod() may expect a comma. Numbers on the
         // command line are the same everywhere.
         std::setlocale(LC_NUMERIC, "C");

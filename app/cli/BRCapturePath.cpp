@@ -2,8 +2,9 @@
 
 #include "app/cli/BRLoggedWarnings.h"
 #include "app/cli/BRTerminal.h"
-#include "capture/BRScreenRecorder.h"
+#include "export/BRMovieLibrary.h"
 #include "foundation/BRLog.h"
+#include "foundation/PXDefaults.h"
 #include "foundation/PXPropertyList.h"
 
 #include <QDir>
@@ -14,11 +15,38 @@
 
 using namespace Qt::StringLiterals;
 
-PXExpected<BRCapturePath> BRCapturePath::withPath(const QString &path)
+PXExpected<QString> BRCapturePath::movieFolder(const QString &text)
 {
+    // Whole, and without what stands for a folder: its last part is the movie's UUID.
+    if (QFileInfo(text).isDir())
+        return QDir::cleanPath(QFileInfo(text).absoluteFilePath());
+    const QString library = PXDefaults::standardUserDefaults().stringValue(u"moviesFolderPath"_s);
+    const QStringList found = BRMovieLibrary::foldersFor(text, library);
+    if (found.size() == 1)
+        return found.first();
+    if (found.isEmpty()) {
+        return PXFail(
+            PXPOSIXError(ENOENT,
+                         u"\"%1\" is neither a file nor the UUID or name of a movie in %2"_s.arg(
+                             text, library)));
+    }
+    QStringList names;
+    for (const QString &folder : found)
+        names << QFileInfo(folder).fileName();
+    return PXFail(PXError{kPXPOSIXErrorDomain,
+                          ENOTUNIQ,
+                          u"\"%1\" may mean several movies: %2"_s.arg(text, names.join(u", "_s)),
+                          {},
+                          {}});
+}
+
+PXExpected<BRCapturePath> BRCapturePath::withPath(const QString &text)
+{
+    const auto folder = QFileInfo::exists(text) ? PXExpected<QString>(text) : movieFolder(text);
+    if (!folder)
+        return PXFail(folder.error());
+    const QString &path = *folder;
     const QFileInfo file(path);
-    if (!file.exists())
-        return PXFail(PXPOSIXError(ENOENT, u"Could not open \"%1\""_s.arg(path)));
     BRCapturePath capture;
     capture.videoDataPath = file.isDir() ? QDir(path).filePath(kBRCaptureVideoDataName) : path;
     if (!QFileInfo::exists(capture.videoDataPath)) {

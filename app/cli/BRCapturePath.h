@@ -13,8 +13,12 @@ struct BRCapturePath {
     QString videoDataPath;
     QVariantMap info; ///< The folder's "Info.plist"; empty where there is none.
 
-    /// `path` is a captured-movie folder or a raw frame file.
-    [[nodiscard]] static PXExpected<BRCapturePath> withPath(const QString &path);
+    /// `text` is a captured-movie folder or a raw frame file, or a movie of the library as
+    /// `movieFolder` has it.
+    [[nodiscard]] static PXExpected<BRCapturePath> withPath(const QString &text);
+    /// The folder of a movie: a path, or, of a movie in the library, its UUID, the beginning of
+    /// that, or its name. Fails where there is none, and where several are meant.
+    [[nodiscard]] static PXExpected<QString> movieFolder(const QString &text);
 
     [[nodiscard]] PXExpected<std::unique_ptr<BRFrameStreamer>> open() const;
 };

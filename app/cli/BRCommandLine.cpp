@@ -9,6 +9,8 @@
 #include "app/cli/BRFramesCommand.h"
 #include "app/cli/BRInfoCommand.h"
 #include "app/cli/BRLoggedWarnings.h"
+#include "app/cli/BRMovieCommands.h"
+#include "app/cli/BRPlayCommand.h"
 #include "app/cli/BRRecordCommand.h"
 #include "app/cli/BRTerminal.h"
 #include "foundation/BRLog.h"
@@ -19,6 +21,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -91,7 +94,9 @@ Command addInfo(CLI::App &app)
     };
     auto *info = app.add_subcommand("info", "Show what a capture holds");
     const auto values = std::make_shared<Values>();
-    info->add_option("path", values->path, "Captured-movie folder or raw frame file")->required();
+    info->add_option("path", values->path,
+                     "Movie: UUID, its beginning, name, folder, or raw frame file")
+        ->required();
     info->add_flag("--json", values->asJSON, "As JSON");
     return {info, [values] {
                 return BRRunInfoCommand(QString::fromLocal8Bit(values->path.c_str()),
@@ -106,7 +111,10 @@ Command addFrames(CLI::App &app)
     };
     auto *frames = app.add_subcommand("frames", "Write every frame of a capture as a picture");
     const auto values = std::make_shared<Values>();
-    frames->add_option("path", values->path, "Captured-movie folder or raw frame file")->required();
+    frames
+        ->add_option("path", values->path,
+                     "Movie: UUID, its beginning, name, folder, or raw frame file")
+        ->required();
     frames->add_option("--out", values->folder, "Folder for the pictures and frames.json")
         ->required();
     frames->add_option("--format", values->format, "png, or bgra (raw pixels, top row first)")
@@ -122,15 +130,19 @@ Command addFrames(CLI::App &app)
 Command addExport(CLI::App &app, const BRBackEnds &backEnds)
 {
     struct Values {
-        std::string path, output;
-        std::optional<std::string> codec, size, audioCodec;
+        std::vector<std::string> paths;
+        std::optional<std::string> output, codec, size, audioCodec;
         BRExportArguments arguments;
     };
-    auto *command = app.add_subcommand("export", "Make a .mov that other programs play");
+    auto *command = app.add_subcommand("export", "Make .mov files that other programs play");
     const auto values = std::make_shared<Values>();
-    command->add_option("path", values->path, "Captured-movie folder or raw frame file")
+    command
+        ->add_option("path", values->paths,
+                     "Movies: UUID, its beginning, name, folder, or raw frame file")
         ->required();
-    command->add_option("-o,--output", values->output, "The movie's path")->required();
+    command->add_option("-o,--output", values->output,
+                        "The movie's path, or a folder that gets it under its own name (the "
+                        "current one)");
     command->add_option("--video-codec", values->codec,
                         "Four-character code, avc1 when nothing is saved");
     command->add_option("--quality", values->arguments.quality, "0 to 100")
@@ -154,12 +166,62 @@ Command addExport(CLI::App &app, const BRBackEnds &backEnds)
         ->excludes(noAudio);
     return {command, [values, &backEnds] {
                 BRExportArguments &arguments = values->arguments;
-                arguments.path = QString::fromLocal8Bit(values->path.c_str());
-                arguments.outputPath = QString::fromLocal8Bit(values->output.c_str());
+                for (const std::string &path : values->paths)
+                    arguments.paths << QString::fromLocal8Bit(path.c_str());
+                arguments.outputPath = textOf(values->output).value_or(QString());
                 arguments.videoCodec = textOf(values->codec);
                 arguments.size = textOf(values->size);
                 arguments.audioCodec = textOf(values->audioCodec);
                 return BRRunExportCommand(arguments, backEnds);
+            }};
+}
+
+/// Those on whole movies of the library.
+std::vector<Command> addMovies(CLI::App &app, const BRBackEnds &backEnds)
+{
+    struct Values {
+        std::optional<std::string> moviesFolder;
+        std::string movie, name;
+        bool asJSON = false;
+        bool isSure = false;
+    };
+    const auto values = std::make_shared<Values>();
+    const auto movie = [values] { return QString::fromLocal8Bit(values->movie.c_str()); };
+    const char *const meaning = "UUID, the beginning of one, name, or folder";
+    auto *list = app.add_subcommand("list", "List the recorded movies; rescues interrupted ones");
+    list->add_option("--movies-folder", values->moviesFolder, "Folder that holds them");
+    list->add_flag("--json", values->asJSON, "As JSON");
+    auto *rename = app.add_subcommand("rename", "Give a movie a name");
+    rename->add_option("movie", values->movie, meaning)->required();
+    rename->add_option("name", values->name, "Its new name")->required();
+    auto *remove = app.add_subcommand("delete", "Move a movie to the trash");
+    remove->add_option("movie", values->movie, meaning)->required();
+    remove->add_flag("--yes", values->isSure, "Unasked, and for good");
+    auto *repair = app.add_subcommand("repair", "Rescue a movie whose recording was interrupted");
+    repair->add_option("movie", values->movie, meaning)->required();
+    return {{list,
+             [values, &backEnds] {
+                 return BRRunListCommand(textOf(values->moviesFolder), values->asJSON, backEnds);
+             }},
+            {rename,
+             [values, movie, &backEnds] {
+                 return BRRunRenameCommand(movie(), QString::fromLocal8Bit(values->name.c_str()),
+                                           backEnds);
+             }},
+            {remove,
+             [values, movie, &backEnds] { return BRRunDeleteCommand(movie(), values->isSure); }},
+            {repair, [movie, &backEnds] { return BRRunRepairCommand(movie(), backEnds); }}};
+}
+
+Command addPlay(CLI::App &app, const BRBackEnds &backEnds)
+{
+    auto *play = app.add_subcommand("play", "Show a capture in a window");
+    const auto path = std::make_shared<std::string>();
+    play->add_option("path", *path, "Movie: UUID, its beginning, name, folder, or raw frame file")
+        ->required();
+    play->footer("Space plays and pauses; left and right go a second, with Shift a frame.");
+    return {play, [path, &backEnds] {
+                return BRRunPlayCommand(QString::fromLocal8Bit(path->c_str()), backEnds);
             }};
 }
 
@@ -264,6 +326,15 @@ int finish(int status)
 
 } // namespace
 
+bool BRCommandLineShowsWindow(int argc, char **argv)
+{
+    // Only options of the program itself stand before the command.
+    int command = 1;
+    while (command < argc && argv[command][0] == '-')
+        command += qstrcmp(argv[command], "--log-level") == 0 ? 2 : 1;
+    return command < argc && qstrcmp(argv[command], "play") == 0;
+}
+
 int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
 {
     CLI::App app("Tolvane records the screen and exports what it recorded as movies.", "tolvane");
@@ -272,9 +343,12 @@ int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
     app.add_option("--log-level", logLevel, "1 errors, 2 and warnings, 3 and notes, 4 everything")
         ->check(CLI::Range(0, 4));
     app.require_subcommand(1);
-    std::vector<Command> commands = {addRecord(app, backEnds), addInfo(app), addFrames(app),
-                                     addExport(app, backEnds), addDevices(app, backEnds)};
+    std::vector<Command> commands
+        = {addRecord(app, backEnds), addInfo(app),           addFrames(app),
+           addExport(app, backEnds), addPlay(app, backEnds), addDevices(app, backEnds)};
     for (Command &command : addAudioDriver(app, backEnds))
+        commands.push_back(std::move(command));
+    for (Command &command : addMovies(app, backEnds))
         commands.push_back(std::move(command));
     for (Command &command : addDefaults(app))
         commands.push_back(std::move(command));

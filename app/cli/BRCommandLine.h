@@ -17,6 +17,9 @@ struct BRBackEnds {
     PXSoundPlatform &sound;
 };
 
+/// Whether the command shows a window, and so needs a QApplication.
+bool BRCommandLineShowsWindow(int argc, char **argv);
+
 /// Runs `tolvane COMMAND …` and answers the exit status (a `BRExitStatus`). Registers the factory
 /// defaults before the command. Needs a QCoreApplication, whose event loop it runs for the commands
 /// that take time.

@@ -3,199 +3,36 @@
 #include "app/cli/BRCapturePath.h"
 #include "app/cli/BRExitStatus.h"
 #include "app/cli/BRGeometry.h"
+#include "app/cli/BRMovieExport.h"
 #include "app/cli/BRSignals.h"
 #include "app/cli/BRTerminal.h"
 #include "app/cli/BRUsageError.h"
-#include "capture/BRScreenRecorder.h"
+#include "capture/framefile/BRFrameStreamer.h"
 #include "export/BRCapturedMovie.h"
-#include "foundation/PXAlert.h"
 #include "foundation/PXDefaults.h"
-#include "foundation/PXMainThread.h"
+#include "foundation/PXFileManager.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
 #include <QFileInfo>
-#include <QObject>
-#include <QStringList>
+#include <QTextBoundaryFinder>
 #include <QTimer>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <iterator>
+#include <memory>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr int kProgressIntervalMs = 200;
-constexpr int kProgressBarWidth = 15; ///< So that the time left fits on 80 columns.
 constexpr int kLargestSide = 16384; ///< That may be asked for; what was captured is taken as it is.
-
-QString stringFromSeconds(double seconds)
-{
-    const auto whole = std::llround(seconds);
-    return QString::asprintf("%lld:%02lld", whole / 60, whole % 60);
-}
-
-/// One export from its options to its last message.
-class ExportCommand final : private BRCapturedMovieDelegate, private PXAlert {
-public:
-    ExportCommand(BRCapturedMovie &movie, QString path)
-        : _movie(movie),
-          _compressor(movie.frameCompressor()),
-          _wasToHaveSound(movie.hasAudio() && movie.includeAudio()),
-          _path(std::move(path))
-    {
-        _compressor.setAlert(this);
-    }
-    ~ExportCommand() { _compressor.setAlert(nullptr); }
-    ExportCommand(const ExportCommand &) = delete;
-    ExportCommand &operator=(const ExportCommand &) = delete;
-
-    int run(const QString &outputPath)
-    {
-        const BRSignals signalsThatCancel([this] { _cancel(); });
-        if (const auto started = _movie.startCompression(outputPath, this); !started) {
-            BRTerminal::printError(u"\"%1\": %2"_s.arg(outputPath, PXErrorLine(started.error())));
-            return BRExitStatusOfError(started.error(), BRAccess::Writing);
-        }
-        _clock.start();
-        QObject::connect(&_progressTimer, &QTimer::timeout, &_mainThread,
-                         [this] { _showProgress(); });
-        if (BRTerminal::showsProgress())
-            _progressTimer.start(kProgressIntervalMs);
-        QCoreApplication::exec();
-        return _status;
-    }
-
-private:
-    void _cancel()
-    {
-        if (!_isSoundOnItsWay) {
-            _movie.cancelCompression();
-            return;
-        }
-        if (_movie.isMerging()) {
-            _movie.cancelMerging(); // Its end tells whether that was in time.
-            return;
-        }
-        // The picture is in its place. What is begun for its sound is given up with the movie.
-        _endWithoutSound();
-    }
-
-    void _endWithoutSound()
-    {
-        BRTerminal::printError(
-            u"the export of \"%1\" was cancelled: the movie has no sound"_s.arg(_path));
-        _end(BRExitFailed);
-    }
-
-    void _showProgress()
-    {
-        if (_isSoundOnItsWay) {
-            BRTerminal::showProgress(u"Compressing the sound, %1 done"_s.arg(
-                stringFromSeconds(_movie.audioSecondsDone())));
-            return;
-        }
-        const BRFrameCompressor::Progress progress = _compressor.progress();
-        if (progress.totalFrames == 0)
-            return;
-        const double done = static_cast<double>(progress.framesDone) / progress.totalFrames;
-        const double seconds = static_cast<double>(_clock.elapsed()) / 1000;
-        QString line
-            = u"%1 %2% %3 of %4 frames"_s.arg(BRTerminal::progressBar(done, kProgressBarWidth))
-                  .arg(static_cast<int>(done * 100), 3)
-                  .arg(progress.framesDone)
-                  .arg(progress.totalFrames);
-        if (progress.framesDone > 0 && seconds > 0) {
-            line += u", %1 frames/s, %2 left"_s.arg(progress.framesDone / seconds, 0, 'f', 1)
-                        .arg(stringFromSeconds(seconds * (1 - done) / done));
-        }
-        BRTerminal::showProgress(line);
-    }
-
-    void _end(int status)
-    {
-        _status = status;
-        // The event loop may still turn to the timer, which would draw a line that nobody ends.
-        _progressTimer.stop();
-        BRTerminal::endProgress();
-        QCoreApplication::quit();
-    }
-
-    void capturedMovieWillBeginAudioCompression(BRCapturedMovie &) override
-    {
-        _isSoundOnItsWay = true;
-    }
-
-    void capturedMovieIsDoneCompressing(BRCapturedMovie &movie,
-                                        const QString &movieFilePath) override
-    {
-        if (movie.audioError() && movie.audioError()->code == ECANCELED) {
-            _endWithoutSound();
-            return;
-        }
-        BRTerminal::endProgress();
-        BRTerminal::print(movieFilePath);
-        if (movie.audioError()) {
-            BRTerminal::printError(
-                u"\"%1\" has no sound: %2"_s.arg(movieFilePath, PXErrorLine(*movie.audioError())));
-        }
-        if (_wasToHaveSound && movie.hasUnjoinedAudio()) {
-            BRTerminal::printWarning(
-                u"\"%1\" lacks what the computer played: the recording did not come to its end"_s
-                    .arg(movieFilePath));
-        }
-        if (_wasToHaveSound && !movie.hasAudio()) {
-            BRTerminal::printWarning(
-                u"\"%1\" has no sound: the capture's sound file is missing"_s.arg(movieFilePath));
-        }
-        _end(movie.audioError() ? BRExitStatusOfError(*movie.audioError(), BRAccess::Writing)
-                                : BRExitDone);
-    }
-
-    void capturedMovieCompressionWasCancelled(BRCapturedMovie &) override
-    {
-        BRTerminal::printError(u"the export of \"%1\" was cancelled"_s.arg(_path));
-        _end(BRExitFailed);
-    }
-
-    void capturedMovieCompressionFailed(BRCapturedMovie &, const PXError &error) override
-    {
-        BRTerminal::printError(error);
-        _end(BRExitStatusOfError(error, BRAccess::Writing));
-    }
-
-    void beep(const QString &message) override
-    {
-        PXMainThread::post(&_mainThread, [this, message] { _alert(message); });
-    }
-
-    /// A message that comes with every frame is told once.
-    void _alert(const QString &message)
-    {
-        if (!_alerts.contains(message)) {
-            _alerts << message;
-            BRTerminal::ringBell();
-            BRTerminal::printWarning(message);
-        }
-        // Nobody tells of the end when there is no memory for a single picture.
-        if (!_compressor.isCompressing() && !_isSoundOnItsWay)
-            _end(BRExitFailed);
-    }
-
-    BRCapturedMovie &_movie;
-    BRFrameCompressor &_compressor;
-    const bool _wasToHaveSound;
-    bool _isSoundOnItsWay = false;
-    QObject _mainThread; ///< Context of what the compressor's threads post.
-    QStringList _alerts; ///< Those that were told.
-    const QString _path;
-    QElapsedTimer _clock;
-    QTimer _progressTimer;
-    int _status = BRExitDone;
-};
+/// Each keeps hundreds of MiB of pictures in its encoder.
+constexpr int kMostAtOnce = 4;
 
 bool isOfCapture(const QString &path, const BRCapturePath &capture)
 {
@@ -205,7 +42,8 @@ bool isOfCapture(const QString &path, const BRCapturePath &capture)
     const QString folder = QFileInfo(capture.videoDataPath).path();
     const QString files[]
         = {capture.videoDataPath, capture.videoDataPath + u".index"_s,
-           folder + u'/' + kBRMovieInfoName, folder + u'/' + kBRCaptureAudioDataName};
+           folder + u'/' + kBRMovieInfoName, folder + u'/' + kBRCaptureAudioDataName,
+           folder + u'/' + kBRSecondCaptureAudioDataName};
     return std::any_of(std::begin(files), std::end(files),
                        [&](const QString &ours) { return file == QFileInfo(ours); });
 }
@@ -280,50 +118,146 @@ BRUsageExpected<void> setAudioSettings(const BRExportArguments &arguments, PXMed
     return {};
 }
 
-} // namespace
-
-int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &backEnds)
+/// Runs the exports, some at a time, and answers the first status that is not "done".
+int runAll(const std::vector<std::unique_ptr<BRMovieExport>> &exports)
 {
-    std::optional<PXSize> size;
-    if (arguments.size) {
-        const auto wanted = BRSizeFromText(*arguments.size).and_then(checkSize);
-        if (!wanted)
-            return BRFailUsage(wanted.error());
-        size = *wanted;
+    QEventLoop loop;
+    bool isCancelled = false;
+    std::size_t started = 0;
+    int running = 0;
+    const auto startMore = [&] {
+        while (started < exports.size() && running < kMostAtOnce && !isCancelled)
+            running += exports[started++]->start() ? 1 : 0;
+        if (running == 0)
+            loop.quit();
+    };
+    const BRSignals signalsThatCancel([&] {
+        isCancelled = true;
+        for (const auto &each : exports)
+            each->cancel();
+    });
+    QTimer progressTimer;
+    QObject::connect(&progressTimer, &QTimer::timeout, &loop, [&] {
+        QStringList lines;
+        for (const auto &each : exports) {
+            each->endIfSilent();
+            if (each->isRunning())
+                lines << each->progressLine();
+        }
+        BRTerminal::showProgress(lines);
+    });
+    for (const auto &each : exports) {
+        each->setDidEnd([&] {
+            --running;
+            // From here the one that has ended is still on the stack.
+            QMetaObject::invokeMethod(&loop, startMore, Qt::QueuedConnection);
+        });
     }
-    if (arguments.videoCodec && PXFourCharCodeFromString(*arguments.videoCodec) == 0)
-        return BRFailUsage({u"\"%1\" is no four-character code"_s.arg(*arguments.videoCodec), {}});
-    if (QFileInfo(arguments.outputPath).isDir())
-        return BRFailUsage(
-            {u"\"%1\" is a folder"_s.arg(arguments.outputPath), u"Give the movie's file name."_s});
-    const auto capture = BRCapturePath::withPath(arguments.path);
-    if (capture && isOfCapture(arguments.outputPath, *capture))
-        return BRFailUsage({u"\"%1\" belongs to the capture"_s.arg(arguments.outputPath),
-                            u"Give another name for the movie."_s});
+    progressTimer.start(kProgressIntervalMs);
+    QMetaObject::invokeMethod(&loop, startMore, Qt::QueuedConnection);
+    loop.exec();
+    BRTerminal::endProgress();
+    const auto failed = std::find_if(exports.begin(), exports.end(),
+                                     [](const auto &each) { return each->status() != BRExitDone; });
+    return failed == exports.end() ? BRExitDone : (*failed)->status();
+}
+
+/// A file name of it, at most so long that a number and an extension still fit (NAME_MAX is 255
+/// bytes). "/" parts folders and ":" drives, on what the movie may be copied to.
+QString fileNameFrom(QString name)
+{
+    constexpr qsizetype kMostBytes = 200;
+    for (QChar &character : name) {
+        if (character == u'/' || character == u':' || character.category() == QChar::Other_Control)
+            character = u'-';
+    }
+    name = name.trimmed();
+    QTextBoundaryFinder letters(QTextBoundaryFinder::Grapheme, name);
+    letters.toEnd();
+    while (QFile::encodeName(name).size() > kMostBytes && letters.toPreviousBoundary() > 0)
+        name.truncate(letters.position());
+    // Letters may have any number of marks.
+    while (QFile::encodeName(name).size() > kMostBytes)
+        name.chop(name.back().isLowSurrogate() ? 2 : 1);
+    // A dot in front hides a file.
+    if (name.startsWith(u'.'))
+        name.prepend(u'_');
+    return name.isEmpty() ? u"Movie"_s : name;
+}
+
+/// In the folder, of a file that neither is there nor will be.
+QString freePath(const QString &folder, const QString &name, const QStringList &planned)
+{
+    for (int number = 1;; ++number) {
+        const QString suffix = number == 1 ? QString() : u' ' + QString::number(number);
+        QString path = QDir(folder).filePath(name + suffix + u".mov"_s);
+        if (!planned.contains(path, Qt::CaseInsensitive)
+            && PXFileManager::uniquePathForFileWithDesiredPath(path) == path)
+            return path;
+    }
+}
+
+/// What is the same for every movie of a run.
+struct ExportRun {
+    const BRExportArguments &arguments;
+    const BRBackEnds &backEnds;
+    std::optional<PXSize> size; ///< That was asked for.
+    std::optional<QString> folder; ///< That gets the movies, under their own names.
+    QStringList outputPaths; ///< Of those that were made ready.
+
+    /// Makes one ready. Answers nothing, and the exit status, where it cannot be exported; that is
+    /// printed then.
+    std::unique_ptr<BRMovieExport> prepare(const QString &what, int &status);
+
+private:
+    [[nodiscard]] std::unique_ptr<BRCapturedMovie> _movieOf(const BRCapturePath &capture,
+                                                            PXSize captured, int &status) const;
+};
+
+std::unique_ptr<BRMovieExport> ExportRun::prepare(const QString &what, int &status)
+{
+    const auto capture = BRCapturePath::withPath(what);
     auto streamer = capture.and_then([](const BRCapturePath &found) { return found.open(); });
     if (!streamer) {
         BRTerminal::printError(streamer.error());
-        return BRExitStatusOfError(streamer.error(), BRAccess::Reading);
+        status = BRExitStatusOfError(streamer.error(), BRAccess::Reading);
+        return nullptr;
     }
-    const PXSize captured = (*streamer)->selectionSize();
+    if (!folder && isOfCapture(arguments.outputPath, *capture)) {
+        status = BRFailUsage({u"\"%1\" belongs to the capture"_s.arg(arguments.outputPath),
+                              u"Give another name for the movie."_s});
+        return nullptr;
+    }
     const bool isCutShort = BRIsCutShort(**streamer);
-    streamer->reset();
+    auto movie = _movieOf(*capture, (*streamer)->selectionSize(), status);
+    if (!movie)
+        return nullptr;
+    const QString path = folder ? freePath(*folder, fileNameFrom(movie->name()), outputPaths)
+                                : arguments.outputPath;
+    outputPaths << path;
+    return std::make_unique<BRMovieExport>(
+        std::move(movie), BRMovieExport::Job{what, path, isCutShort, arguments.paths.size() > 1});
+}
 
+std::unique_ptr<BRCapturedMovie> ExportRun::_movieOf(const BRCapturePath &capture, PXSize captured,
+                                                     int &status) const
+{
+    PXSize movieSize = size.value_or(captured);
     if (arguments.scale) {
         const auto wanted = checkSize(scaled(captured, *arguments.scale));
-        if (!wanted)
-            return BRFailUsage(wanted.error());
-        size = *wanted;
+        if (!wanted) {
+            status = BRFailUsage(wanted.error());
+            return nullptr;
+        }
+        movieSize = *wanted;
     }
-    PXDefaults &defaults = PXDefaults::standardUserDefaults();
-    if (const auto set = setAudioSettings(arguments, backEnds.media, defaults); !set)
-        return BRFailUsage(set.error());
-    BRCapturedMovie movie(capture->videoDataPath, capture->info, backEnds.media, defaults);
-    movie.setCapturedVideoSize(captured);
-    movie.setVideoSize(size.value_or(captured));
+    auto movie = std::make_unique<BRCapturedMovie>(
+        capture.videoDataPath, capture.info, backEnds.media, PXDefaults::standardUserDefaults());
+    movie->setCapturedVideoSize(captured);
+    movie->setVideoSize(movieSize);
     if (arguments.hasNoAudio)
-        movie.setIncludeAudio(false);
-    BRCompressionOptions &options = movie.frameCompressor().compressionOptions();
+        movie->setIncludeAudio(false);
+    BRCompressionOptions &options = movie->frameCompressor().compressionOptions();
     if (arguments.videoCodec)
         options.codec = PXFourCharCodeFromString(*arguments.videoCodec);
     auto codec = backEnds.media.installedCodec(options.codec);
@@ -331,12 +265,47 @@ int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &bac
         if (!arguments.videoCodec)
             codec.error().suggestion = u"The settings chose it; --video-codec chooses another."_s;
         BRTerminal::printError(codec.error());
-        return BRExitFailed;
+        status = BRExitFailed;
+        return nullptr;
     }
     if (options.options)
         setOptions(*options.options, arguments, *codec);
-    const int status = ExportCommand(movie, arguments.path).run(arguments.outputPath);
-    if (status == BRExitDone && isCutShort)
-        BRWarnOfCutShort(arguments.path, u"only its complete frames were exported"_s);
-    return status;
+    return movie;
+}
+
+} // namespace
+
+int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &backEnds)
+{
+    ExportRun run{arguments, backEnds, {}, {}, {}};
+    if (arguments.size) {
+        const auto wanted = BRSizeFromText(*arguments.size).and_then(checkSize);
+        if (!wanted)
+            return BRFailUsage(wanted.error());
+        run.size = *wanted;
+    }
+    if (arguments.videoCodec && PXFourCharCodeFromString(*arguments.videoCodec) == 0)
+        return BRFailUsage({u"\"%1\" is no four-character code"_s.arg(*arguments.videoCodec), {}});
+    if (arguments.outputPath.isEmpty())
+        run.folder = u"."_s;
+    else if (QFileInfo(arguments.outputPath).isDir())
+        run.folder = arguments.outputPath;
+    else if (arguments.paths.size() > 1)
+        return BRFailUsage({u"\"%1\" is no folder"_s.arg(arguments.outputPath),
+                            u"Several movies need one that is there."_s});
+    if (const auto set
+        = setAudioSettings(arguments, backEnds.media, PXDefaults::standardUserDefaults());
+        !set)
+        return BRFailUsage(set.error());
+    int failure = BRExitDone;
+    std::vector<std::unique_ptr<BRMovieExport>> exports;
+    for (const QString &path : arguments.paths) {
+        int status = BRExitDone;
+        if (auto one = run.prepare(path, status))
+            exports.push_back(std::move(one));
+        else if (failure == BRExitDone)
+            failure = status;
+    }
+    const int status = exports.empty() ? BRExitDone : runAll(exports);
+    return failure != BRExitDone ? failure : status;
 }

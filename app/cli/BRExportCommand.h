@@ -3,12 +3,13 @@
 #include "app/cli/BRCommandLine.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
 struct BRExportArguments {
-    QString path; ///< A captured-movie folder or a raw frame file.
-    QString outputPath;
+    QStringList paths; ///< Movies of the library, captured-movie folders, raw frame files.
+    QString outputPath; ///< A file, or a folder for files of the movies' names; empty is ".".
     std::optional<QString> videoCodec; ///< Four characters.
     std::optional<int> quality; ///< 0 to 100.
     std::optional<QString> size; ///< "WxH".
@@ -19,5 +20,6 @@ struct BRExportArguments {
     bool hasNoAudio = false;
 };
 
-/// `tolvane export PATH -o OUT.mov`: a movie that other programs play.
+/// `tolvane export MOVIE… [-o OUT.mov|FOLDER]`: movies that other programs play. One that fails
+/// leaves the others alone.
 int BRRunExportCommand(const BRExportArguments &arguments, const BRBackEnds &backEnds);

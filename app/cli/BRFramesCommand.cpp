@@ -107,10 +107,10 @@ PXExpected<void> writeFrames(BRFrameStreamer &streamer, const QString &path,
         separator = ",\n";
         if (const std::uint32_t total = streamer.numberOfFrames(); total > 0) {
             BRTerminal::showProgress(
-                u"%1 %2 of %3 frames"_s
-                    .arg(BRTerminal::progressBar(static_cast<double>(count + 1) / total, 30))
-                    .arg(count + 1)
-                    .arg(total));
+                {u"%1 %2 of %3 frames"_s
+                     .arg(BRTerminal::progressBar(static_cast<double>(count + 1) / total, 30))
+                     .arg(count + 1)
+                     .arg(total)});
         }
     }
     BRTerminal::endProgress();

@@ -12,6 +12,8 @@
 #include "app/cli/BRUsageError.h"
 #include "audio/BRAudioRecorder.h"
 #include "capture/BRScreenRecorder.h"
+#include "export/BRMovieFolderLock.h"
+#include "foundation/BRLog.h"
 #include "foundation/FSByteFormatter.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXFileManager.h"
@@ -24,7 +26,9 @@
 #include <QTimer>
 #include <QUuid>
 
+#include <cerrno>
 #include <cmath>
+#include <memory>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -84,12 +88,15 @@ public:
     {
         auto started = PXFileManager::createAllDirectoriesForPath(_folderPath);
         if (started)
+            started = _lockFolder();
+        if (started)
             started = _writeMovieInfo(options);
         if (started)
             started = _startRecorders(options);
         if (!started) {
             BRTerminal::printError(started.error());
             _audioRecorder.reset(); // It may be about to write into the folder.
+            _folderLock.reset();
             // Made by us a moment ago, and without a frame: nothing of the user's is in there.
             QDir(_folderPath).removeRecursively();
             return BRExitStatusOfError(started.error(), BRAccess::Writing);
@@ -141,10 +148,24 @@ private:
         const auto size
             = static_cast<quint64>(QFileInfo(_folderPath + u'/' + kBRCaptureVideoDataName).size());
         BRTerminal::showProgress(
-            u"Recording %1, %2, %3 frames (Ctrl+C stops)"_s
-                .arg(BRStringFromDuration(static_cast<double>(_clock.elapsed()) / 1000),
-                     FSByteFormatter().stringForObjectValue(size))
-                .arg(_recorder.totalFramesWritten()));
+            {u"Recording %1, %2, %3 frames (Ctrl+C stops)"_s
+                 .arg(BRStringFromDuration(static_cast<double>(_clock.elapsed()) / 1000),
+                      FSByteFormatter().stringForObjectValue(size))
+                 .arg(_recorder.totalFramesWritten())});
+    }
+
+    /// So that nobody takes it for a recording that was interrupted.
+    PXExpected<void> _lockFolder()
+    {
+        auto lock = BRMovieFolderLock::take(_folderPath);
+        if (lock)
+            _folderLock = *std::move(lock);
+        else if (const int code = lock.error().code;
+                 code == ENOLCK || code == EOPNOTSUPP || code == EPERM)
+            BRLog(BRLogWarning, PXErrorLine(lock.error())); // The file system has none for us.
+        else
+            return PXFail(lock.error());
+        return {};
     }
 
     PXExpected<void> _writeMovieInfo(const BRScreenRecordingOptions &options) const
@@ -236,6 +257,7 @@ private:
     BRSoundAlert _soundAlert;
     BRScreenRecorder _recorder;
     std::optional<BRAudioRecorder> _audioRecorder; ///< Where sound is recorded.
+    std::unique_ptr<BRMovieFolderLock> _folderLock; ///< Until all is stored.
     /// From before the output device is switched: what stops us then must put it back.
     const BRSignals _signalsThatStop{[this] { _stop(); }};
 };

@@ -25,7 +25,7 @@ int write(FILE *stream, const QString &text)
     return errno != 0 ? errno : EIO;
 }
 
-bool hasProgressLine = false;
+qsizetype shownProgressLines = 0;
 int theOutputError = 0; ///< The first.
 /// Asked while it is still there.
 const bool outputIsTerminal = ::isatty(STDOUT_FILENO) == 1;
@@ -87,6 +87,12 @@ void BRTerminal::printWarning(const QString &message)
     printError(u"warning: "_s + message);
 }
 
+void BRTerminal::ask(const QString &question)
+{
+    endProgress();
+    write(stderr, question);
+}
+
 void BRTerminal::ringBell()
 {
     if (::isatty(STDERR_FILENO) == 1)
@@ -102,24 +108,36 @@ bool BRTerminal::showsProgress()
     return shows;
 }
 
-void BRTerminal::showProgress(const QString &line)
+void BRTerminal::showProgress(const QStringList &lines)
 {
     if (!showsProgress())
         return;
     winsize window = {};
-    const bool knowsWidth = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 1;
-    // The cursor stays at the line's beginning, so that a message that comes in between writes
-    // over the line instead of behind it.
-    write(stderr, u"\x1b[K"_s + fittedLine(line, knowsWidth ? window.ws_col - 1 : 79) + u'\r');
-    hasProgressLine = true;
+    const bool isKnown = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0;
+    const int columns = isKnown && window.ws_col > 1 ? window.ws_col - 1 : 79;
+    const qsizetype most = isKnown && window.ws_row > 1 ? window.ws_row - 1 : 1;
+    if (shownProgressLines > std::min(lines.size(), most))
+        endProgress();
+    shownProgressLines = std::min(lines.size(), most);
+    if (shownProgressLines == 0)
+        return;
+    QStringList drawn;
+    for (const QString &line : lines.first(shownProgressLines))
+        drawn << u"\x1b[K"_s + fittedLine(line, columns);
+    // The cursor stays at the beginning of the first, so that a message that comes in between
+    // writes over them instead of behind.
+    QString text = drawn.join(u"\r\n"_s) + u'\r';
+    if (shownProgressLines > 1)
+        text += u"\x1b[%1A"_s.arg(shownProgressLines - 1);
+    write(stderr, text);
 }
 
 void BRTerminal::endProgress()
 {
-    if (!hasProgressLine)
+    if (shownProgressLines == 0)
         return;
-    write(stderr, u"\x1b[K"_s);
-    hasProgressLine = false;
+    write(stderr, shownProgressLines > 1 ? u"\x1b[J"_s : u"\x1b[K"_s);
+    shownProgressLines = 0;
 }
 
 QString BRTerminal::progressBar(double done, int width)

@@ -3,6 +3,7 @@
 #include "foundation/PXError.h"
 
 #include <QString>
+#include <QStringList>
 
 /// Standard output carries only data; everything for a person goes to standard error.
 namespace BRTerminal {
@@ -17,14 +18,16 @@ bool hasPrinted(const QString &text);
 void printError(const QString &message);
 void printError(const PXError &error);
 void printWarning(const QString &message);
+/// Without a line's end: the answer is typed behind it.
+void ask(const QString &question);
 /// Rings the bell, if standard error is a terminal.
 void ringBell();
 
 /// Whether a line may be drawn over and over: standard error is a terminal that can.
 bool showsProgress();
-/// Draws `line` in place of the one before.
-void showProgress(const QString &line);
-/// Takes it away.
+/// Draws `lines` in place of those before; as many as the terminal has room for.
+void showProgress(const QStringList &lines);
+/// Takes them away.
 void endProgress();
 
 /// "[#####.....]" of `width` characters between the brackets; `done` from 0 to 1.

@@ -256,7 +256,6 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
          1,
          u"garbage"_s},
         {"framesIntoAFile", {u"frames"_s, movie, u"--out"_s, path(u"garbage"_s)}, 6, u"garbage"_s},
-        {"exportToAFolder", {u"export"_s, movie, u"-o"_s, path(u"folder"_s)}, 2, u"folder"_s},
         {"exportWhereNobodyMay",
          {u"export"_s, movie, u"-o"_s, u"/proc/x.mov"_s},
          6,
