@@ -208,8 +208,7 @@ std::vector<Command> addMovies(CLI::App &app, const BRBackEnds &backEnds)
                  return BRRunRenameCommand(movie(), QString::fromLocal8Bit(values->name.c_str()),
                                            backEnds);
              }},
-            {remove,
-             [values, movie, &backEnds] { return BRRunDeleteCommand(movie(), values->isSure); }},
+            {remove, [values, movie] { return BRRunDeleteCommand(movie(), values->isSure); }},
             {repair, [movie, &backEnds] { return BRRunRepairCommand(movie(), backEnds); }}};
 }
 
