@@ -93,7 +93,7 @@ PXExpected<void> BRFrameStreamer::_openAndReadHeader(bool isUpsideDown, HeaderOn
         return checked;
     if (!(std::isfinite(mDuration) && mDuration > 0))
         mDuration = 0;
-    return _allocateReadingBuffers();
+    return headerOnly == HeaderOnly::No ? _allocateReadingBuffers() : PXExpected<void>();
 }
 
 void BRFrameStreamer::v2_readHeader()

@@ -270,7 +270,7 @@ TEST_P(PulseSoundInputTest, GoesOnAfterAnInterruption)
 TEST(PulseAudioInputTest, IsInterruptedWhileItsSourceSleeps)
 {
     if (SoundServer::installed().front() != SoundServer::Kind::PulseAudio)
-        GTEST_SKIP();
+        GTEST_SKIP() << "PulseAudio is not installed";
     const SoundServer server(SoundServer::Kind::PulseAudio);
     PulseSoundPlatform sound(server.name());
     Listener listener;
