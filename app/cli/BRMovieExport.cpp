@@ -50,6 +50,7 @@ BRMovieExport::~BRMovieExport()
 
 bool BRMovieExport::start()
 {
+    _hasBegun = true;
     if (const auto started = _movie->startCompression(_job.outputPath, this); !started) {
         BRTerminal::printError(u"\"%1\": %2"_s.arg(_job.outputPath, PXErrorLine(started.error())));
         _status = BRExitStatusOfError(started.error(), BRAccess::Writing);
@@ -62,6 +63,11 @@ bool BRMovieExport::start()
 
 void BRMovieExport::cancel()
 {
+    if (!_hasBegun) {
+        _hasBegun = true;
+        _status = BRExitFailed;
+        BRTerminal::printError(u"the export of \"%1\" was cancelled"_s.arg(_job.what));
+    }
     if (!_isRunning)
         return;
     if (!_isSoundOnItsWay) {

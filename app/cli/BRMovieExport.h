@@ -33,7 +33,7 @@ public:
     void setDidEnd(std::function<void()> didEnd) { _didEnd = std::move(didEnd); }
     /// False, with the reason printed, where it could not begin.
     bool start();
-    /// The pictures, or else the sound.
+    /// The pictures, or else the sound; or all, where it has not begun.
     void cancel();
     /// Ends one whose thread has gone without a word a while ago; to be called now and then.
     void endIfSilent();
@@ -61,6 +61,7 @@ private:
     const Job _job;
     const bool _wasToHaveSound;
     std::function<void()> _didEnd;
+    bool _hasBegun = false;
     bool _isRunning = false;
     bool _isSoundOnItsWay = false;
     QObject _mainThread; ///< Context of what the compressor's threads post.
