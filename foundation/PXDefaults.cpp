@@ -1,6 +1,7 @@
 #include "foundation/PXDefaults.h"
 
 #include "foundation/BRLog.h"
+#include "foundation/PXFileLock.h"
 #include "foundation/PXFileManager.h"
 #include "foundation/PXGeometry.h"
 #include "foundation/PXPropertyList.h"
@@ -9,10 +10,6 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QStandardPaths>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -25,41 +22,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr mode_t kOwnerOnly = 0600;
-
-/// Holds a file's advisory lock for a scope. The kernel lets go of it when a program dies, and the
-/// file itself stays: removing it would let two programs lock two files of one name.
-class FileLock final {
-public:
-    static PXExpected<FileLock> at(const QString &path)
-    {
-        const int file
-            = ::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnly);
-        FileLock lock(file);
-        int result = file < 0 ? -1 : ::flock(file, LOCK_EX);
-        while (result != 0 && file >= 0 && errno == EINTR)
-            result = ::flock(file, LOCK_EX);
-        if (result == 0)
-            return lock;
-        PXError error = PXPOSIXError(errno, u"Could not lock the settings with "_s + path);
-        BRLog(BRLogError, error.description);
-        return PXFail(std::move(error));
-    }
-    FileLock(FileLock &&other) noexcept : _file(std::exchange(other._file, -1)) { }
-    FileLock &operator=(FileLock &&) = delete;
-    FileLock(const FileLock &) = delete;
-    FileLock &operator=(const FileLock &) = delete;
-    ~FileLock()
-    {
-        if (_file >= 0)
-            ::close(_file);
-    }
-
-private:
-    explicit FileLock(int file) : _file(file) { }
-
-    int _file;
-};
+/// Its file stays: it lies beside the settings and is taken again and again.
+PXExpected<std::unique_ptr<PXFileLock>> lockFor(const QString &filePath)
+{
+    auto lock = PXFileLock::take(filePath + u".lock"_s, PXFileLock::Mode::Exclusive,
+                                 PXFileLock::IfHeld::Wait);
+    if (!lock)
+        BRLog(BRLogError, lock.error().description);
+    return lock;
+}
 
 /// Whether both make the same property list. To QVariant true is 1, and what is not a number is
 /// not even itself.
@@ -351,7 +322,7 @@ PXExpected<QVariantMap> PXDefaults::_readFile()
     auto values = PXPropertyList::read(_filePath);
     if (values || values.error().domain == kPXPOSIXErrorDomain)
         return emptyIfMissing(std::move(values));
-    const auto lock = FileLock::at(_filePath + u".lock"_s);
+    const auto lock = lockFor(_filePath);
     return lock ? _readFileOrPutItAside() : PXFail(lock.error());
 }
 
@@ -378,7 +349,7 @@ PXExpected<QVariantMap> PXDefaults::_mergeIntoFile(const QVariantMap &changes)
 {
     if (auto made = PXFileManager::createAllDirectoriesForPath(QFileInfo(_filePath).path()); !made)
         return PXFail(std::move(made).error());
-    const auto lock = FileLock::at(_filePath + u".lock"_s);
+    const auto lock = lockFor(_filePath);
     if (!lock)
         return PXFail(lock.error());
     auto values = _readFileOrPutItAside();
