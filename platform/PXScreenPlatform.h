@@ -5,6 +5,7 @@
 #include "platform/PXDisplayLink.h"
 #include "platform/PXFrameBufferReader.h"
 #include "platform/PXMainDisplay.h"
+#include "platform/PXWindowServer.h"
 
 #include "foundation/PXError.h"
 
@@ -21,4 +22,5 @@ public:
     virtual PXExpected<std::unique_ptr<PXFrameBufferReader>> makeFrameBufferReader() = 0;
     virtual PXExpected<std::unique_ptr<PXCursorSource>> makeCursorSource() = 0;
     virtual PXExpected<std::unique_ptr<PXDisplayLink>> makeDisplayLink() = 0;
+    virtual PXExpected<std::unique_ptr<PXWindowServer>> makeWindowServer() = 0;
 };
