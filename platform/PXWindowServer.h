@@ -68,11 +68,12 @@ public:
     virtual void giveFocusBack() = 0;
 
     /// The frame of the frontmost window that shows at that pixel of the desktop: with the window
-    /// manager's decorations, without a shadow that the program itself draws. Windows of the program
-    /// to which `own` belongs are looked through, as are those that let clicks through. The
+    /// manager's decorations, without a shadow that the program itself draws. Windows of the
+    /// program to which `own` belongs are looked through, as are those that let clicks through. The
     /// desktop's own window (its icons, its background) counts; none where there is nothing but the
     /// root.
     [[nodiscard]] virtual std::optional<PXPixelRect> windowFrameAt(int x, int y, WindowID own) = 0;
 
+    /// The server outlives its frames.
     [[nodiscard]] virtual PXExpected<std::unique_ptr<PXDashedFrame>> makeDashedFrame() = 0;
 };
