@@ -4,6 +4,8 @@
 
 #include <QGuiApplication>
 #include <QMouseEvent>
+#include <QPaintEvent>
+#include <QPainter>
 #include <QScreen>
 #include <QWindow>
 
@@ -65,6 +67,14 @@ void BROverlayWindow::setIgnoresMouseEvents(bool ignores)
     _ignoresMouseEvents = ignores;
     if (_isCreated)
         windowHandle()->setFlag(Qt::WindowTransparentForInput, ignores);
+}
+
+void BROverlayWindow::setBackgroundColor(const QColor &color)
+{
+    if (_backgroundColor == color)
+        return;
+    _backgroundColor = color;
+    update();
 }
 
 void BROverlayWindow::setAlphaValue(double alpha)
@@ -161,6 +171,14 @@ void BROverlayWindow::_applyShape()
         _server.clearShape(winId());
     else
         _server.setShape(winId(), parts);
+}
+
+void BROverlayWindow::paintEvent(QPaintEvent *event)
+{
+    QPainter painter(this);
+    // The toolkit has cleared what is to be painted.
+    if (_backgroundColor.alpha() > 0)
+        painter.fillRect(event->rect(), _backgroundColor);
 }
 
 void BROverlayWindow::resizeEvent(QResizeEvent *)

@@ -3,6 +3,7 @@
 #include "foundation/PXGeometry.h"
 #include "platform/PXWindowServer.h"
 
+#include <QColor>
 #include <QRegion>
 #include <QWidget>
 
@@ -11,7 +12,7 @@
 
 /// A window without a border over a part of the screen, on all others' top unless told otherwise,
 /// translucent where the desktop can blend. What is on it is its content view, a child that fills
-/// it; its background is clear. Frames are the desktop's pixels, whatever the toolkit's scale.
+/// it. Frames are the desktop's pixels, whatever the toolkit's scale.
 /// Main thread. What it is (level, keyboard, mouse, stickiness) is said before it is shown first.
 class BROverlayWindow : public QWidget {
 public:
@@ -36,7 +37,10 @@ public:
     /// Also while it is shown.
     void setIgnoresMouseEvents(bool ignores);
 
-    /// Only seen where the desktop can blend; 1 is opaque.
+    /// What is below the content view; may be translucent where the desktop can blend. Clear unless
+    /// set.
+    void setBackgroundColor(const QColor &color);
+    /// Of all of it, its background too. Only seen where the desktop can blend; 1 is opaque.
     void setAlphaValue(double alpha);
     [[nodiscard]] double alphaValue() const { return _alphaValue; }
     /// Whether the desktop blends translucent windows with what is below them.
@@ -61,6 +65,7 @@ public:
     void orderOut();
 
 protected:
+    void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
 
@@ -77,6 +82,7 @@ private:
     bool _isSticky = false;
     bool _ignoresMouseEvents = false;
     bool _isCreated = false;
+    QColor _backgroundColor = Qt::transparent;
     double _alphaValue = 1;
     std::optional<QRegion> _shape;
     QWidget *_contentView = nullptr;
