@@ -76,5 +76,6 @@ public:
     /// root.
     [[nodiscard]] virtual std::optional<PXPixelRect> windowFrameAt(int x, int y, WindowID own) = 0;
 
+    /// The server outlives its frames.
     [[nodiscard]] virtual PXExpected<std::unique_ptr<PXDashedFrame>> makeDashedFrame() = 0;
 };
