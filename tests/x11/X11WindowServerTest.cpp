@@ -198,7 +198,7 @@ TEST(X11WindowServer, TellsWhenACompositorComesOrGoes)
     std::mutex mutex;
     std::condition_variable changed;
     int times = 0;
-    desktop.server->setCompositingChangedHandler([&] {
+    auto observation = desktop.server->addCompositingObserver([&] {
         const std::lock_guard lock(mutex);
         ++times;
         changed.notify_all();
@@ -214,7 +214,7 @@ TEST(X11WindowServer, TellsWhenACompositorComesOrGoes)
     desktop.display.setCompositor(VirtualDisplay::Compositor::None);
     waitForTimes(2);
     EXPECT_FALSE(desktop.server->isCompositing());
-    desktop.server->setCompositingChangedHandler({});
+    observation = {};
     desktop.display.setCompositor(VirtualDisplay::Compositor::XRender);
     EXPECT_EQ(times, 2);
 }
