@@ -5,12 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
-
-#include <map>
 #include <stdexcept>
-#include <string>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -76,7 +72,7 @@ BRScreenRecordingOptions framedOptions(const RecordingSession &session)
     return options;
 }
 
-TEST(MovieBoundsView, AFixedAreasFrameIsNeverInTheRecording)
+TEST(MovieBounds, AFixedAreasFrameIsNeverInTheRecording)
 {
     std::mt19937 random(7);
     const auto from = [&](int first, int last) {
@@ -148,7 +144,7 @@ std::pair<int, int> framesWithBounds(FramedDesktop &desktop)
     return result;
 }
 
-TEST(MovieBoundsView, AMovingCamerasFrameIsNotInTheRecording)
+TEST(MovieBounds, AMovingCamerasFrameIsNotInTheRecording)
 {
     FramedDesktop desktop;
     const auto [frames, withBounds] = framesWithBounds(desktop);
@@ -156,7 +152,7 @@ TEST(MovieBoundsView, AMovingCamerasFrameIsNotInTheRecording)
     EXPECT_EQ(withBounds, 0);
 }
 
-TEST(MovieBoundsView, ACompositorThatPaintsLateIsSeldomCaught)
+TEST(MovieBounds, ACompositorThatPaintsLateIsSeldomCaught)
 {
     FramedDesktop desktop(VirtualDisplay::Compositor::XRender);
     const auto [frames, withBounds] = framesWithBounds(desktop);
