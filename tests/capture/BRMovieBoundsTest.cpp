@@ -156,10 +156,8 @@ TEST(MovieBounds, ACompositorThatPaintsLateIsSeldomCaught)
 {
     FramedDesktop desktop(VirtualDisplay::Compositor::XRender);
     const auto [frames, withBounds] = framesWithBounds(desktop);
-    RecordProperty("frames", frames);
-    RecordProperty("withBounds", withBounds);
-    printf("%d of %d frames\n", withBounds, frames);
-    EXPECT_LT(withBounds, frames);
+    // None on a machine with nothing else to do; a frame that stays is in three of four.
+    EXPECT_LT(withBounds, frames / 2);
 }
 
 } // namespace
