@@ -27,9 +27,11 @@ constexpr std::uint32_t kHasGravity = 1 << 9;
 /// when this returns the server knows the window, whoever asks.
 xcb_window_t x11Window(PXWindowServer::WindowID window)
 {
-    if (const auto *toolkit = qGuiApp == nullptr
+    // `qGuiApp` would take any application for one with windows.
+    const auto *application = qobject_cast<QGuiApplication *>(QCoreApplication::instance());
+    if (const auto *toolkit = application == nullptr
             ? nullptr
-            : qGuiApp->nativeInterface<QNativeInterface::QX11Application>())
+            : application->nativeInterface<QNativeInterface::QX11Application>())
         const X11Reply<xcb_get_input_focus_reply_t> done(xcb_get_input_focus_reply(
             toolkit->connection(), xcb_get_input_focus(toolkit->connection()), nullptr));
     return static_cast<xcb_window_t>(window);
