@@ -192,7 +192,9 @@ void VirtualDisplay::_setMode(const PXPixelRect &place, bool resizesScreen) cons
             throw std::runtime_error("the screen's mode was refused");
     };
 
-    const std::string name = "tolvane-" + std::to_string(wide) + "x" + std::to_string(high);
+    // The server refuses a second mode of the same name.
+    static int modes = 0;
+    const std::string name = "tolvane-" + std::to_string(++modes);
     xcb_randr_mode_info_t mode = {};
     mode.width = mode.htotal = wide;
     mode.height = mode.vtotal = high;
