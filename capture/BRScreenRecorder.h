@@ -50,9 +50,16 @@ protected:
 
 /// The frame that is drawn around the recorded area. Called on any thread; must not wait for the
 /// main thread.
+///
+/// It may stand around the area, but never in it: what was around the camera's old place is inside
+/// its new one. So it must have gone when `setScreenSelectionRect()` with another rectangle
+/// returns, and may be drawn around that one once it was read: a camera that is on its way has no
+/// frame, which would be in the next picture.
 class BRMovieBounds {
 public:
     virtual void setScreenSelectionRect(const PXRect &rect) = 0;
+    /// The pixels of `rect` have been read. While recording, after each read.
+    virtual void selectionWasRead(const PXRect &rect) = 0;
     virtual void orderFront() = 0;
     virtual void orderOut() = 0;
 

@@ -169,6 +169,9 @@ PXExpected<void> BRScreenRecorder::_grabRectsNow(double time)
         if (currentScreenSelectionRect() != selection)
             _mustLook = true;
     }
+    // After the camera's move, so that the frame does not flash up around a place that was left.
+    if (_movieBounds && options.displayMovieBounds && _isRecording && !rects.empty())
+        _movieBounds->selectionWasRead(selection);
     return {};
 }
 

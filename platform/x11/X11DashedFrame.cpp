@@ -34,6 +34,14 @@ PXExpected<X11Pixmap> makeDashes(X11Connection &connection, bool isAlong)
     return dashes;
 }
 
+/// Out of sight, beyond every screen. Not unmapped: compositors fade what is, in the place where it
+/// was, for as long as several frames of a recording.
+void putAway(xcb_connection_t *connection, xcb_window_t window)
+{
+    const std::uint32_t place[] = {static_cast<std::uint32_t>(-16'000), 0};
+    xcb_configure_window(connection, window, XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y, place);
+}
+
 } // namespace
 
 PXExpected<std::unique_ptr<X11DashedFrame>>
@@ -98,7 +106,7 @@ void X11DashedFrame::show(const PXPixelRect &inner, const PXPixelRect &bounds)
         const xcb_window_t window = _windows[i].id();
         const PXPixelRect side = PXIntersection(sides[i], bounds);
         if (side.isEmpty()) {
-            xcb_unmap_window(c, window);
+            putAway(c, window);
             continue;
         }
         const std::uint32_t values[]
@@ -124,7 +132,7 @@ void X11DashedFrame::hide()
     std::array<xcb_window_t, 4> windows = {};
     for (std::size_t i = 0; i < _windows.size(); ++i) {
         windows[i] = _windows[i].id();
-        xcb_unmap_window(c, windows[i]);
+        putAway(c, windows[i]);
     }
     _keeper.letGo(windows);
     _connection.sync();

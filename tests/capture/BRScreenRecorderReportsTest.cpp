@@ -33,6 +33,11 @@ public:
         const std::lock_guard lock(_mutex);
         appendChange(_boundsRects, rect);
     }
+    void selectionWasRead(const PXRect &rect) override
+    {
+        const std::lock_guard lock(_mutex);
+        appendChange(_readRects, rect);
+    }
     void orderFront() override { add("front"); }
     void orderOut() override { add("out"); }
     void cameraWasSet(const PXRect &rect)
@@ -42,9 +47,16 @@ public:
         ++_timesCameraWasSet;
     }
 
+    [[nodiscard]] PXRect lastReadRect()
+    {
+        const std::lock_guard lock(_mutex);
+        return _readRects.empty() ? PXRect() : _readRects.back();
+    }
+
     // Once the recording has ended nobody calls any more.
     [[nodiscard]] const std::vector<std::string> &calls() const { return _calls; }
     [[nodiscard]] const std::vector<PXRect> &boundsRects() const { return _boundsRects; }
+    [[nodiscard]] const std::vector<PXRect> &readRects() const { return _readRects; }
     [[nodiscard]] const std::vector<PXRect> &cameraRects() const { return _cameraRects; }
     [[nodiscard]] std::size_t timesCameraWasSet() const { return _timesCameraWasSet; }
 
@@ -58,6 +70,7 @@ private:
     std::mutex _mutex;
     std::vector<std::string> _calls;
     std::vector<PXRect> _boundsRects;
+    std::vector<PXRect> _readRects;
     std::vector<PXRect> _cameraRects;
     std::size_t _timesCameraWasSet = 0;
 };
@@ -126,12 +139,15 @@ TEST(ScreenRecorder, ReportsItsCameraAndItsStateToWhoeverShowsThem)
         display.movePointerBy(300, 150);
         session.waitUntil(
             [&] { return recorder.currentScreenSelectionRect() == c.cameraRects.back(); });
+        if (c.displayMovieBounds) // The frame comes back when the camera stands.
+            session.waitUntil([&] { return listener.lastReadRect() == c.cameraRects.back(); });
         session.stop();
         EXPECT_THAT(listener.calls(), ElementsAreArray(c.calls)) << c.name;
         EXPECT_EQ(listener.cameraRects(), c.cameraRects) << c.name;
         EXPECT_EQ(listener.boundsRects(),
                   c.displayMovieBounds ? c.cameraRects : std::vector<PXRect>())
             << c.name;
+        EXPECT_EQ(listener.readRects(), listener.boundsRects()) << c.name;
         if (c.cameraMode == 0)
             EXPECT_EQ(listener.timesCameraWasSet(), 1U) << c.name;
         else // At the start and at each grab.

@@ -20,7 +20,7 @@ std::uint16_t length(int value)
 } // namespace
 
 PaintedWindow::PaintedWindow(const VirtualDisplay &display, const PXPixelRect &rect,
-                             std::uint32_t color, Kind kind)
+                             std::uint32_t color, Kind kind, Showing showing)
     : _connection(std::make_unique<TestConnection>(display.name())), _rect(rect)
 {
     xcb_connection_t *c = _connection->get();
@@ -35,7 +35,10 @@ PaintedWindow::PaintedWindow(const VirtualDisplay &display, const PXPixelRect &r
     _context = xcb_generate_id(c);
     const std::uint32_t noExposures = 0;
     xcb_create_gc(c, _context, _window, XCB_GC_GRAPHICS_EXPOSURES, &noExposures);
-    show();
+    if (showing == Showing::Now)
+        show();
+    else
+        _connection->sync();
 }
 
 PaintedWindow::~PaintedWindow() = default; // The window goes with its connection.

@@ -17,10 +17,12 @@ public:
         Unmanaged, ///< Stands where it was put; no window manager touches it.
         Managed,
     };
+    enum class Showing { Now, Later };
 
-    /// Shown at once, all of it `color` (0xRRGGBB), over the windows before it.
+    /// All of it `color` (0xRRGGBB), over the windows before it.
     PaintedWindow(const VirtualDisplay &display, const PXPixelRect &rect,
-                  std::uint32_t color = 0x3060A0, Kind kind = Kind::Unmanaged);
+                  std::uint32_t color = 0x3060A0, Kind kind = Kind::Unmanaged,
+                  Showing showing = Showing::Now);
     ~PaintedWindow();
     PaintedWindow(const PaintedWindow &) = delete;
     PaintedWindow &operator=(const PaintedWindow &) = delete;
