@@ -369,9 +369,16 @@ TEST_P(BRScreenSelectionTest, StaysAboveWhatComesLater)
 {
     open({100, 100, 300, 200});
     panel()->hide();
-    ASSERT_TRUE(waitUntil([&] { return qGray(screenshot().pixel(8, 50)) < 128; })) << "no panel";
+    const auto isShown = [&] {
+        const QImage seen = screenshot();
+        return std::abs(qRed(seen.pixel(8, 50)) * 2 - qRed(before.pixel(8, 50))) <= 2
+            && seen.pixel(120, kHeight - 120) == before.pixel(120, kHeight - 120);
+    };
+    ASSERT_TRUE(waitUntil(isShown));
     const QImage seen = screenshot();
     const PaintedWindow late(theDesktop(), {700, 400, 200, 200}, 0xFF0000);
+    const auto frontmost = [&] { return windowServer->windowFrameAt(800, 500, background.id()); };
+    EXPECT_TRUE(waitUntil([&] { return frontmost() == PXPixelRect{0, 0, kWidth, kHeight}; }));
     EXPECT_TRUE(waitUntil([&] { return screenshot() == seen; }));
 }
 
