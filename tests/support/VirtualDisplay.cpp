@@ -106,9 +106,12 @@ void VirtualDisplay::setCompositor(Compositor compositor)
     _connection->waitUntil([&] { return !hasOwner(); }, "the compositor's end");
     if (compositor == Compositor::None)
         return;
-    _start(_compositor, u"picom"_s,
-           {u"--backend"_s, compositor == Compositor::Glx ? u"glx"_s : u"xrender"_s, u"--config"_s,
-            u"/dev/null"_s});
+    QStringList arguments
+        = {u"--backend"_s, compositor == Compositor::Glx ? u"glx"_s : u"xrender"_s, u"--config"_s,
+           u"/dev/null"_s};
+    if (compositor == Compositor::Fading)
+        arguments.append(u"--fading"_s);
+    _start(_compositor, u"picom"_s, arguments);
     _connection->waitUntil(hasOwner, "the compositor");
 }
 

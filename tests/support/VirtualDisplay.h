@@ -14,7 +14,12 @@ class TestConnection;
 /// All of them end with the object. What cannot start throws std::runtime_error.
 class VirtualDisplay final {
 public:
-    enum class Compositor { None, XRender, Glx };
+    enum class Compositor {
+        None,
+        XRender,
+        Glx,
+        Fading, ///< Lets windows that come or go fade.
+    };
     struct Options {
         bool hasWindowManager = false;
         Compositor compositor = Compositor::None;
