@@ -247,7 +247,7 @@ std::optional<PXColor> PXDefaults::colorValue(const QString &key) const
     return PXColor::fromArchivedData(factory.toByteArray());
 }
 
-PXExpected<void> PXDefaults::setValue(const QString &key, const QVariant &value)
+PXExpected<void> PXDefaults::setValue(const QString &key, const QVariant &value, PXSaving saving)
 {
     auto normal = PXPropertyList::normalized(QVariantMap{{key, value}});
     if (!normal) {
@@ -267,15 +267,17 @@ PXExpected<void> PXDefaults::setValue(const QString &key, const QVariant &value)
         bytes.error().description += u" under \"%1\""_s.arg(key);
         return PXFail(std::move(bytes).error());
     }
-    return _change(key, stored);
+    _change(key, stored);
+    return saving == PXSaving::Now ? synchronize() : PXExpected<void>();
 }
 
 PXExpected<void> PXDefaults::removeValue(const QString &key)
 {
-    return _change(key, {});
+    _change(key, {});
+    return synchronize();
 }
 
-PXExpected<void> PXDefaults::_change(const QString &key, const QVariant &value)
+void PXDefaults::_change(const QString &key, const QVariant &value)
 {
     const QVariant before = this->value(key);
     {
@@ -285,7 +287,6 @@ PXExpected<void> PXDefaults::_change(const QString &key, const QVariant &value)
     }
     if (!isSame(before, this->value(key)))
         _observers.tell(key);
-    return synchronize();
 }
 
 PXExpected<void> PXDefaults::synchronize()

@@ -12,6 +12,12 @@
 #include <functional>
 #include <optional>
 
+enum class PXSaving {
+    Now,
+    Later, ///< With the next write or `synchronize()`: for what changes with each movement of a
+           ///< hand.
+};
+
 /// The user's settings: flat keys, read at the moment of use.
 ///
 /// Two layers: what the user has set, in one property list file, over what was registered, in
@@ -66,7 +72,8 @@ public:
     /// The value holds for this process also when it could not be saved; the next write that
     /// succeeds saves it too. A value that no property list can hold, alone or together
     /// with the others, changes nothing.
-    PXExpected<void> setValue(const QString &key, const QVariant &value);
+    PXExpected<void> setValue(const QString &key, const QVariant &value,
+                              PXSaving saving = PXSaving::Now);
     /// Back to the registered value.
     PXExpected<void> removeValue(const QString &key);
 
@@ -78,7 +85,7 @@ public:
     PXObservation addObserver(Function function);
 
 private:
-    PXExpected<void> _change(const QString &key, const QVariant &value);
+    void _change(const QString &key, const QVariant &value);
     PXExpected<QVariantMap> _readFile() PX_REQUIRES(_fileLock);
     /// The same while the lock file is held.
     PXExpected<QVariantMap> _readFileOrPutItAside() PX_REQUIRES(_fileLock);

@@ -2,6 +2,7 @@
 
 #include "foundation/PXError.h"
 #include "foundation/PXGeometry.h"
+#include "foundation/PXObservation.h"
 
 #include <cstdint>
 #include <functional>
@@ -41,9 +42,8 @@ public:
     /// Whether translucent windows are blended with what is below them; without that they are
     /// opaque, and must be cut to their shape.
     [[nodiscard]] virtual bool isCompositing() const = 0;
-    /// `changed` is called on a thread of the back end when that has changed. One at a time; an
-    /// empty function ends it, and no call comes after that has returned.
-    virtual void setCompositingChangedHandler(std::function<void()> changed) = 0;
+    /// `changed` is called on a thread of the back end when that has changed.
+    virtual PXObservation addCompositingObserver(std::function<void()> changed) = 0;
 
     /// Before the window is shown for the first time. For a level other than `Normal` the desktop
     /// is told that it needs no shadow, no animation and no place in a list of windows.
@@ -54,6 +54,8 @@ public:
     virtual void setFrame(WindowID window, const PXPixelRect &frame) = 0;
     /// Cuts it to these parts of it, its own pixels; none at all makes it invisible.
     virtual void setShape(WindowID window, std::span<const PXPixelRect> parts) = 0;
+    /// The whole window again.
+    virtual void clearShape(WindowID window) = 0;
 
     /// Raises it, and raises it again whenever another program's window comes above it, a few times
     /// a second at most, until it is let go or has gone.
@@ -68,11 +70,12 @@ public:
     virtual void giveFocusBack() = 0;
 
     /// The frame of the frontmost window that shows at that pixel of the desktop: with the window
-    /// manager's decorations, without a shadow that the program itself draws. Windows of the program
-    /// to which `own` belongs are looked through, as are those that let clicks through. The
+    /// manager's decorations, without a shadow that the program itself draws. Windows of the
+    /// program to which `own` belongs are looked through, as are those that let clicks through. The
     /// desktop's own window (its icons, its background) counts; none where there is nothing but the
     /// root.
     [[nodiscard]] virtual std::optional<PXPixelRect> windowFrameAt(int x, int y, WindowID own) = 0;
 
+    /// The server outlives its frames.
     [[nodiscard]] virtual PXExpected<std::unique_ptr<PXDashedFrame>> makeDashedFrame() = 0;
 };

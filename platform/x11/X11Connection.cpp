@@ -71,6 +71,11 @@ bool X11Connection::isServersOwn(std::uint32_t id) const
     return (id & ~xcb_get_setup(get())->resource_id_mask) == 0;
 }
 
+void X11Connection::sync()
+{
+    replyIfThere<xcb_get_input_focus_reply>(xcb_get_input_focus(get()));
+}
+
 PXExpected<void> X11Connection::check(const char *request, xcb_void_cookie_t cookie)
 {
     const X11Reply<xcb_generic_error_t> error(xcb_request_check(get(), cookie));

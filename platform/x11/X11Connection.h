@@ -53,6 +53,17 @@ public:
         return PXExpected<X11Reply<Reply>>(std::move(reply));
     }
 
+    /// The same about a window that may have gone, which is no failure: nothing then, and no line
+    /// in the log.
+    template <auto replyFunction, typename Cookie> auto replyIfThere(Cookie cookie)
+    {
+        using Reply = std::remove_pointer_t<decltype(replyFunction(get(), cookie, nullptr))>;
+        return X11Reply<Reply>(replyFunction(get(), cookie, nullptr));
+    }
+
+    /// Waits until the server has done all that was sent before.
+    void sync();
+
     /// Waits until the server has done a checked request.
     PXExpected<void> check(const char *request, xcb_void_cookie_t cookie);
 

@@ -6,6 +6,7 @@
 #include "platform/x11/X11FrameBufferReader.h"
 #include "platform/x11/X11MainDisplay.h"
 #include "platform/x11/X11VerticalBlank.h"
+#include "platform/x11/X11WindowServer.h"
 
 #include <xcb/randr.h>
 
@@ -132,6 +133,14 @@ public:
             return PXFail(std::move(connection).error());
         auto blank = X11VerticalBlank::onConnection(*std::move(connection), _mainDisplay->bounds());
         return std::make_unique<X11DisplayLink>(*_mainDisplay, std::move(blank));
+    }
+
+    PXExpected<std::unique_ptr<PXWindowServer>> makeWindowServer() override
+    {
+        auto connection = X11Connection::open(_displayName, _lossIsLogged);
+        if (!connection)
+            return PXFail(std::move(connection).error());
+        return X11WindowServer::onConnection(*std::move(connection));
     }
 
 private:
