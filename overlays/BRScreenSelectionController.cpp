@@ -94,9 +94,10 @@ void BRScreenSelectionController::displayWindowWithDelegate(BRScreenSelectionDel
     _restoreSelection();
     _makePanel(okButtonTitle);
     _fadeIn();
-    screenSelectionWindow->show();
-    screenSelectionWindow->raise();
+    _showPanel();
     selectionView->setFocus();
+    if (std::exchange(_mustClose, false))
+        _close();
 }
 
 void BRScreenSelectionController::_makeWindows()
@@ -149,11 +150,18 @@ void BRScreenSelectionController::_makePanel(const QString &okButtonTitle)
     screenSelectionWindow->showSizing(selectionSizing());
     screenSelectionViewRectChanged(selectionView->selectionRect());
     screenSelectionWindow->firstResponder().end(false);
+}
+
+/// Beside the first selection, which lies left of the centre.
+void BRScreenSelectionController::_showPanel()
+{
     screenSelectionWindow->adjustSize();
     const QSize room = _blankingWindow->size() - screenSelectionWindow->size();
     screenSelectionWindow->move(
         std::clamp(_blankingWindow->width() / 2 + kPanelGap, 0, std::max(room.width(), 0)),
         std::max(room.height() / 2, 0));
+    screenSelectionWindow->show();
+    screenSelectionWindow->raise();
 }
 
 void BRScreenSelectionController::_fadeIn()
@@ -161,7 +169,9 @@ void BRScreenSelectionController::_fadeIn()
     _fadingOut = false;
     _setDimming(0);
     _blankingWindow->makeKeyAndOrderFront();
+    _isFadingIn = true;
     _runFade();
+    _isFadingIn = false;
     // From here on the picture stands for the screen; window and picture change in one painting.
     selectionView->setFading(std::nullopt);
     selectionView->show();
@@ -225,8 +235,9 @@ void BRScreenSelectionController::screenSelectionViewDidEnd(int action, const PX
 /// The panel closes, and with it all of it.
 void BRScreenSelectionController::_close()
 {
-    // A second click while it fades.
-    if (!isDisplayed() || std::exchange(_isClosing, true))
+    _mustClose = _isFadingIn;
+    // Or a second click while it fades out.
+    if (!isDisplayed() || _isFadingIn || std::exchange(_isClosing, true))
         return;
     _platform.mainDisplay().setChangedHandler({});
     screenSelectionWindow->hide();

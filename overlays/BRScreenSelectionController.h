@@ -46,6 +46,7 @@ public:
     /// The panel; none while nothing is shown.
     [[nodiscard]] QWidget *window() const;
 
+    /// While it fades in, these wait for the end of that.
     void okButton();
     void cancelButton();
     void setSizeFromFields();
@@ -62,6 +63,7 @@ private:
 
     void _makeWindows();
     void _makePanel(const QString &okButtonTitle);
+    void _showPanel();
     void _restoreSelection();
     void _fadeIn();
     void _fadeOut();
@@ -80,6 +82,8 @@ private:
     PXRect _selectionRect;
     int _action = 0;
     bool _fadingOut = false;
+    bool _isFadingIn = false;
+    bool _mustClose = false; ///< Once it has faded in.
     bool _isClosing = false;
     QObject _mainThread; ///< Context of posted calls.
 };

@@ -12,6 +12,7 @@
 #include "app/cli/BRMovieCommands.h"
 #include "app/cli/BRPlayCommand.h"
 #include "app/cli/BRRecordCommand.h"
+#include "app/cli/BRSelectCommand.h"
 #include "app/cli/BRTerminal.h"
 #include "foundation/BRLog.h"
 #include "foundation/PXAllocation.h"
@@ -20,6 +21,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <initializer_list>
 #include <sstream>
 #include <vector>
 
@@ -50,8 +52,9 @@ Command addRecord(CLI::App &app, const BRBackEnds &backEnds)
     const auto values = std::make_shared<Values>();
     auto *geometry = record->add_option("--geometry", values->geometry,
                                         "Area to record, WxH+X+Y from the upper left corner");
-    record->add_option("--follow", values->follow, "Size WxH of an area that follows the pointer")
-        ->excludes(geometry);
+    auto *follow = record->add_option("--follow", values->follow,
+                                      "Size WxH of an area that follows the pointer");
+    follow->excludes(geometry);
     record->add_option("--rate", values->arguments.rate, "Frames per second");
     record->add_option("--codec", values->codec, "How the capture is stored: lzo or rle")
         ->check(CLI::IsMember({"lzo", "rle"}));
@@ -68,6 +71,16 @@ Command addRecord(CLI::App &app, const BRBackEnds &backEnds)
               ->expected(0, 1);
     record->add_flag("--system-audio", values->arguments.recordsSystemAudio,
                      "Record what the computer plays");
+    record
+        ->add_flag("--select", values->arguments.selects,
+                   "Choose the area on a frozen picture of the screen first")
+        ->excludes(geometry)
+        ->excludes(follow);
+    record->add_flag("--countdown", values->arguments.countsDown, "Count down before it begins");
+    record->add_flag("--hide-desktop", values->arguments.hidesDesktop,
+                     "Cover the desktop meanwhile, as the settings say");
+    record->add_flag("--bounds", values->arguments.showsBounds,
+                     "Show a dashed frame around the area, outside of it");
     record->add_option("--duration", values->arguments.duration, "Stop after so many seconds");
     record->add_option("--movies-folder", values->moviesFolder,
                        "Folder that gets the movie's own folder");
@@ -224,6 +237,17 @@ Command addPlay(CLI::App &app, const BRBackEnds &backEnds)
             }};
 }
 
+Command addSelect(CLI::App &app, const BRBackEnds &backEnds)
+{
+    auto *select = app.add_subcommand(
+        "select", "Choose an area on a frozen picture of the screen; prints WxH+X+Y");
+    const auto asJSON = std::make_shared<bool>(false);
+    select->add_flag("--json", *asJSON, "As JSON");
+    select->footer(
+        "Drag to select; Alt-click takes a window; Return or OK chooses, Escape cancels.");
+    return {select, [asJSON, &backEnds] { return BRRunSelectCommand(*asJSON, backEnds); }};
+}
+
 Command addDevices(CLI::App &app, const BRBackEnds &backEnds)
 {
     auto *devices = app.add_subcommand("devices", "List the sound inputs and outputs");
@@ -331,7 +355,18 @@ bool BRCommandLineShowsWindow(int argc, char **argv)
     int command = 1;
     while (command < argc && argv[command][0] == '-')
         command += qstrcmp(argv[command], "--log-level") == 0 ? 2 : 1;
-    return command < argc && qstrcmp(argv[command], "play") == 0;
+    if (command >= argc)
+        return false;
+    const auto isOneOf = [](const char *word, std::initializer_list<const char *> words) {
+        return std::any_of(words.begin(), words.end(),
+                           [word](const char *known) { return qstrcmp(word, known) == 0; });
+    };
+    if (isOneOf(argv[command], {"play", "select"}))
+        return true;
+    return isOneOf(argv[command], {"record"})
+        && std::any_of(argv + command + 1, argv + argc, [&](const char *word) {
+               return isOneOf(word, {"--select", "--countdown", "--hide-desktop"});
+           });
 }
 
 int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
@@ -344,7 +379,8 @@ int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)
     app.require_subcommand(1);
     std::vector<Command> commands
         = {addRecord(app, backEnds), addInfo(app),           addFrames(app),
-           addExport(app, backEnds), addPlay(app, backEnds), addDevices(app, backEnds)};
+           addExport(app, backEnds), addPlay(app, backEnds), addSelect(app, backEnds),
+           addDevices(app, backEnds)};
     for (Command &command : addAudioDriver(app, backEnds))
         commands.push_back(std::move(command));
     for (Command &command : addMovies(app, backEnds))

@@ -18,6 +18,10 @@ struct BRRecordArguments {
     bool hidesCursor = false;
     std::optional<QString> microphone; ///< Its UID; empty is the one that is chosen.
     bool recordsSystemAudio = false;
+    bool selects = false; ///< Lets the user choose the area first.
+    bool countsDown = false;
+    bool hidesDesktop = false;
+    bool showsBounds = false;
 };
 
 /// `tolvane record`: the whole engine without a window. Prints the captured movie's folder last.

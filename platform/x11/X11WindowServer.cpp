@@ -2,6 +2,8 @@
 
 #include "platform/x11/X11DashedFrame.h"
 
+#include <QGuiApplication>
+
 #include <xcb/shape.h>
 #include <xcb/xfixes.h>
 
@@ -21,8 +23,15 @@ constexpr std::uint32_t kUserPosition = 1 << 0;
 constexpr std::uint32_t kUserSize = 1 << 1;
 constexpr std::uint32_t kHasGravity = 1 << 9;
 
+/// The toolkit has asked for the window over its own connection, where the request may still lie:
+/// when this returns the server knows the window, whoever asks.
 xcb_window_t x11Window(PXWindowServer::WindowID window)
 {
+    if (const auto *toolkit = qGuiApp == nullptr
+            ? nullptr
+            : qGuiApp->nativeInterface<QNativeInterface::QX11Application>())
+        const X11Reply<xcb_get_input_focus_reply_t> done(xcb_get_input_focus_reply(
+            toolkit->connection(), xcb_get_input_focus(toolkit->connection()), nullptr));
     return static_cast<xcb_window_t>(window);
 }
 
@@ -86,7 +95,7 @@ void X11WindowServer::handleEvent(const xcb_generic_event_t &event)
     const auto &selection = reinterpret_cast<const xcb_xfixes_selection_notify_event_t &>(event);
     const bool isCompositing = selection.owner != XCB_NONE;
     if (_isCompositing.exchange(isCompositing) != isCompositing)
-        _compositingChanged.call();
+        _compositingObservers.tell();
 }
 
 void X11WindowServer::_setProperty(xcb_window_t window, xcb_atom_t name, xcb_atom_t type,
@@ -183,6 +192,13 @@ void X11WindowServer::setShape(WindowID window, std::span<const PXPixelRect> par
     xcb_shape_rectangles(_connection->get(), XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING,
                          XCB_CLIP_ORDERING_UNSORTED, x11Window(window), 0, 0,
                          static_cast<std::uint32_t>(rectangles.size()), rectangles.data());
+    _connection->sync();
+}
+
+void X11WindowServer::clearShape(WindowID window)
+{
+    xcb_shape_mask(_connection->get(), XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, x11Window(window),
+                   0, 0, XCB_NONE);
     _connection->sync();
 }
 

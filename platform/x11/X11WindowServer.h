@@ -4,7 +4,6 @@
 #include "platform/x11/X11Atoms.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11EventThread.h"
-#include "platform/x11/X11Handler.h"
 #include "platform/x11/X11TopKeeper.h"
 #include "platform/x11/X11WindowFocus.h"
 #include "platform/x11/X11WindowPicker.h"
@@ -23,15 +22,16 @@ public:
     onConnection(std::unique_ptr<X11Connection> connection);
 
     [[nodiscard]] bool isCompositing() const override { return _isCompositing; }
-    void setCompositingChangedHandler(std::function<void()> changed) override
+    PXObservation addCompositingObserver(std::function<void()> changed) override
     {
-        _compositingChanged.set(std::move(changed));
+        return _compositingObservers.add(std::move(changed));
     }
 
     void setLevel(WindowID window, PXWindowLevel level) override;
     void joinAllSpaces(WindowID window) override;
     void setFrame(WindowID window, const PXPixelRect &frame) override;
     void setShape(WindowID window, std::span<const PXPixelRect> parts) override;
+    void clearShape(WindowID window) override;
 
     void keepOnTop(WindowID window) override;
     void letGo(WindowID window) override;
@@ -62,6 +62,6 @@ private:
     X11WindowFocus _focus;
     std::uint8_t _selectionNotify = 0;
     std::atomic<bool> _isCompositing = false;
-    X11Handler _compositingChanged;
+    PXObservers<> _compositingObservers;
     std::optional<X11EventThread> _thread;
 };
