@@ -86,4 +86,5 @@ private:
     bool _mustClose = false; ///< Once it has faded in.
     bool _isClosing = false;
     QObject _mainThread; ///< Context of posted calls.
+    PXObservation _displayChanges;
 };
