@@ -125,7 +125,7 @@ PXExpected<void> BRScreenRecorder::startRecording(const BRScreenRecordingOptions
 
 void BRScreenRecorder::_takeBackStart()
 {
-    _platform.mainDisplay().setChangedHandler({});
+    _displayChanges.end();
     _damageSource.reset();
     _frameReader.reset();
     _frameWriter.reset();
@@ -182,7 +182,7 @@ PXExpected<void> BRScreenRecorder::_grabFirstFrame()
         return collecting;
     // Another output, or another place of it: the damage may have been reported, and read, before
     // we hear where the display is now.
-    _platform.mainDisplay().setChangedHandler([this] {
+    _displayChanges = _platform.mainDisplay().addChangedObserver([this] {
         _addWholeSelection();
         _wakeDisplayLink();
     });
@@ -275,7 +275,7 @@ void BRScreenRecorder::stopRecording()
         PXMainThread::post(&_mainThread, [this] { _tellDelegateThatRecordingStopped(); });
         return;
     }
-    _platform.mainDisplay().setChangedHandler({});
+    _displayChanges.end();
     _damageSource->stop();
     BRLog(BRLogDebug, "BRScreenRecorder stopRecording: after unregistering screen refresh");
     _frameWriter->stopThread();

@@ -8,6 +8,7 @@
 #include "foundation/PXError.h"
 #include "foundation/PXGeometry.h"
 #include "foundation/PXMutex.h"
+#include "foundation/PXObservation.h"
 #include "platform/PXScreenPlatform.h"
 
 #include <QObject>
@@ -219,6 +220,7 @@ private:
     std::unique_ptr<BRFrameWriter> _frameWriter;
     std::unique_ptr<BRFrameReader> _frameReader;
     std::unique_ptr<PXDamageSource> _damageSource;
+    PXObservation _displayChanges;
     QObject _mainThread; ///< Context of posted calls.
     // Last, so that its thread ends before anything that it uses goes.
     std::unique_ptr<PXDisplayLink> _displayLink;

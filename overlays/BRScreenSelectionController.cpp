@@ -62,11 +62,7 @@ BRScreenSelectionController::BRScreenSelectionController(PXScreenPlatform &platf
 {
 }
 
-BRScreenSelectionController::~BRScreenSelectionController()
-{
-    if (isDisplayed())
-        _platform.mainDisplay().setChangedHandler({});
-}
+BRScreenSelectionController::~BRScreenSelectionController() = default;
 
 int BRScreenSelectionController::selectionSizing() const
 {
@@ -113,7 +109,7 @@ void BRScreenSelectionController::_makeWindows()
     _blankingWindow->setContentView(selectionView);
     selectionView->hide();
     // Another size or place: the picture is no longer what is there, nor can it be chosen on.
-    _platform.mainDisplay().setChangedHandler(
+    _displayChanges = _platform.mainDisplay().addChangedObserver(
         [this] { PXMainThread::post(&_mainThread, [this] { cancelButton(); }); });
 }
 
@@ -239,7 +235,7 @@ void BRScreenSelectionController::_close()
     // Or a second click while it fades out.
     if (!isDisplayed() || _isFadingIn || std::exchange(_isClosing, true))
         return;
-    _platform.mainDisplay().setChangedHandler({});
+    _displayChanges.end();
     screenSelectionWindow->hide();
     // The recording follows at once, and must not wait for a fade.
     if (_action == 1)

@@ -2,6 +2,7 @@
 
 #include "foundation/PXAnimation.h"
 #include "foundation/PXGeometry.h"
+#include "foundation/PXObservation.h"
 #include "overlays/BRScreenSelectionView.h"
 #include "platform/PXScreenPlatform.h"
 #include "platform/PXWindowServer.h"
@@ -86,4 +87,6 @@ private:
     bool _mustClose = false; ///< Once it has faded in.
     bool _isClosing = false;
     QObject _mainThread; ///< Context of posted calls.
+    PXObservation _displayChanges; // Last: its function uses the rest.
+    PXObservation _displayChanges;
 };

@@ -66,7 +66,8 @@ PXRect BRSelectionGeometry::constrained(PXRect rect, PXSize display,
                                         const std::optional<PXSize> &aspect)
 {
     PXSize size = {std::min(rect.width, display.width), std::min(rect.height, display.height)};
-    if (aspect)
+    // What is not cut keeps its size, whatever it is: a window that was picked, for instance.
+    if (aspect && size != rect.size())
         size = fitted(size, *aspect);
     rect.width = size.width;
     rect.height = size.height;

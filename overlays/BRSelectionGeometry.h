@@ -33,7 +33,8 @@ PXRect rectForGrabHandle(int handle, const PXRect &selection);
 /// The corner that stays where it is while the other one is dragged.
 PXPoint cornerOpposite(int cornerHandle, const PXRect &selection);
 
-/// Cut to the display's size, given the aspect, and moved inside; never cut by moving.
+/// Cut to the display's size, given the aspect where it was cut, and moved inside; never cut by
+/// moving.
 PXRect constrained(PXRect rect, PXSize display, const std::optional<PXSize> &aspect);
 
 /// From a fixed corner to the pointer.

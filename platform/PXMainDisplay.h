@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/PXGeometry.h"
+#include "foundation/PXObservation.h"
 
 #include <functional>
 
@@ -14,7 +15,6 @@ public:
     [[nodiscard]] virtual PXPixelRect bounds() const = 0;
     /// In hertz; 60 when the system does not know.
     [[nodiscard]] virtual double refreshRate() const = 0;
-    /// `changed` is called on a thread of the back end after bounds or rate changed. One at a
-    /// time; an empty function ends it, and no call comes after that has returned.
-    virtual void setChangedHandler(std::function<void()> changed) = 0;
+    /// `changed` is called on a thread of the back end after bounds or rate changed.
+    virtual PXObservation addChangedObserver(std::function<void()> changed) = 0;
 };

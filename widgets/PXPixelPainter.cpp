@@ -41,7 +41,10 @@ void PXPixels::update(QWidget &widget, const QRegion &pixels)
 
 QPoint PXPixels::position(const QMouseEvent &event, const QWidget &widget)
 {
-    const QPointF position = event.position() * widget.devicePixelRatioF();
+    // The toolkit rounds the position in a widget to whole units of its own, but not that in the
+    // window.
+    const QPointF corner = widget.mapTo(widget.window(), QPoint(0, 0));
+    const QPointF position = (event.scenePosition() - corner) * widget.devicePixelRatioF();
     return {static_cast<int>(std::lround(position.x())),
             static_cast<int>(std::lround(position.y()))};
 }

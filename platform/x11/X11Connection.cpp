@@ -79,9 +79,23 @@ void X11Connection::sync()
 PXExpected<void> X11Connection::check(const char *request, xcb_void_cookie_t cookie)
 {
     const X11Reply<xcb_generic_error_t> error(xcb_request_check(get(), cookie));
+    _wakeReader();
     if (error || isLost())
         return PXFail(failure(request, error.get()));
     return {};
+}
+
+void X11Connection::setReader(const X11FileDescriptor *wake)
+{
+    _readingThread = std::this_thread::get_id();
+    _reader = wake;
+}
+
+void X11Connection::_wakeReader() const
+{
+    const X11FileDescriptor *reader = _reader;
+    if (reader && _readingThread.load() != std::this_thread::get_id())
+        reader->signal();
 }
 
 PXError X11Connection::failure(const char *request, const xcb_generic_error_t *error)

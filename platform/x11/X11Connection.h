@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/x11/X11FileDescriptor.h"
+
 #include "foundation/PXError.h"
 #include "foundation/PXHandle.h"
 
@@ -9,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 #include <type_traits>
 
 /// Replies, events and errors of xcb come from malloc.
@@ -47,6 +50,7 @@ public:
         xcb_generic_error_t *error = nullptr;
         using Reply = std::remove_pointer_t<decltype(replyFunction(get(), cookie, &error))>;
         X11Reply<Reply> reply(replyFunction(get(), cookie, &error));
+        _wakeReader();
         const X11Reply<xcb_generic_error_t> owner(error);
         if (!reply)
             return PXExpected<X11Reply<Reply>>(PXFail(failure(request, error)));
@@ -58,7 +62,9 @@ public:
     template <auto replyFunction, typename Cookie> auto replyIfThere(Cookie cookie)
     {
         using Reply = std::remove_pointer_t<decltype(replyFunction(get(), cookie, nullptr))>;
-        return X11Reply<Reply>(replyFunction(get(), cookie, nullptr));
+        X11Reply<Reply> reply(replyFunction(get(), cookie, nullptr));
+        _wakeReader();
+        return reply;
     }
 
     /// Waits until the server has done all that was sent before.
@@ -71,12 +77,20 @@ public:
     PXError failure(const char *request, const xcb_generic_error_t *error);
     PXError lostError();
 
+    /// Says who reads the events, from that thread: `wake` is signalled when another one has waited
+    /// for a reply. Events come along with it into xcb's queue, of which the socket tells nobody
+    /// any more. Null before `wake` goes; nobody may wait for a reply just then.
+    void setReader(const X11FileDescriptor *wake);
+
 private:
     X11Connection() = default;
+    void _wakeReader() const;
 
     QString _displayName;
     PXHandle<xcb_connection_t, xcb_disconnect> _connection;
     int _screenNumber = 0;
     const xcb_screen_t *_screen = nullptr; // The connection's.
     std::shared_ptr<std::atomic<bool>> _lossIsLogged;
+    std::atomic<const X11FileDescriptor *> _reader = nullptr;
+    std::atomic<std::thread::id> _readingThread;
 };

@@ -39,5 +39,6 @@ private:
     X11Connection &_connection;
     Delegate &_delegate;
     X11FileDescriptor _stop;
+    X11FileDescriptor _look; ///< Events may have come into xcb's queue.
     std::jthread _thread;
 };

@@ -43,6 +43,13 @@ void X11FileDescriptor::signal() const
     [[maybe_unused]] const auto written = write(_fd, &one, sizeof one);
 }
 
+void X11FileDescriptor::clear() const
+{
+    std::uint64_t count = 0;
+    // Can only fail when it is not readable.
+    [[maybe_unused]] const auto got = read(_fd, &count, sizeof count);
+}
+
 void X11FileDescriptor::setTime(std::uint64_t hostTime) const
 {
     itimerspec when = {};

@@ -20,6 +20,8 @@ public:
 
     /// Event: makes it readable.
     void signal() const;
+    /// Event: no longer readable.
+    void clear() const;
     /// Timer: unreadable now, readable from this host time on; UINT64_MAX switches it off.
     void setTime(std::uint64_t hostTime) const;
 

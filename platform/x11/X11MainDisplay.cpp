@@ -140,7 +140,7 @@ std::uint64_t X11MainDisplay::eventsWereHandled()
 {
     if (std::exchange(_mustAsk, false))
         if (const auto state = _ask(); state && _remember(*state))
-            _changed.call();
+            _observers.tell();
     return X11EventThread::kNever;
 }
 

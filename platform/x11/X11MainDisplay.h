@@ -3,7 +3,6 @@
 #include "platform/PXMainDisplay.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11EventThread.h"
-#include "platform/x11/X11Handler.h"
 
 #include "foundation/PXMutex.h"
 
@@ -22,9 +21,9 @@ public:
     /// Whether there is a screen that is refreshed. A virtual display has none, and what its
     /// server reports as vertical blanks is a timer.
     [[nodiscard]] bool hasRefreshes() const;
-    void setChangedHandler(std::function<void()> changed) override
+    PXObservation addChangedObserver(std::function<void()> changed) override
     {
-        _changed.set(std::move(changed));
+        return _observers.add(std::move(changed));
     }
 
 private:
@@ -50,7 +49,7 @@ private:
 
     mutable PXMutex _lock;
     State _state PX_GUARDED_BY(_lock);
-    X11Handler _changed;
+    PXObservers<> _observers;
 
     std::optional<X11EventThread> _thread;
 };

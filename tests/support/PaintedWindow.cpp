@@ -43,6 +43,13 @@ PaintedWindow::PaintedWindow(const VirtualDisplay &display, const PXPixelRect &r
 
 PaintedWindow::~PaintedWindow() = default; // The window goes with its connection.
 
+void PaintedWindow::keepWhatIsCovered()
+{
+    const std::uint32_t always = XCB_BACKING_STORE_ALWAYS;
+    xcb_change_window_attributes(_connection->get(), _window, XCB_CW_BACKING_STORE, &always);
+    _connection->sync();
+}
+
 void PaintedWindow::fill(const PXPixelRect &rect, std::uint32_t color)
 {
     xcb_connection_t *c = _connection->get();

@@ -43,6 +43,10 @@ public:
     /// a size of 0 is an invisible one.
     void setCursor(int size, int hotX, int hotY);
 
+    /// From now on the server keeps what other windows cover: nobody paints it anew. On a display
+    /// that was started with "+bs".
+    void keepWhatIsCovered();
+
     [[nodiscard]] const PXPixelRect &rect() const { return _rect; }
     [[nodiscard]] std::uint32_t id() const { return _window; }
 

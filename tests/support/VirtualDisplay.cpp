@@ -28,6 +28,30 @@ void end(QProcess &process)
     }
 }
 
+/// The screen's own, or one that is made: the server refuses a second of the same name.
+xcb_randr_mode_t modeOfSize(const TestConnection &connection,
+                            const xcb_randr_get_screen_resources_reply_t &resources,
+                            std::uint16_t width, std::uint16_t height)
+{
+    auto modes = xcb_randr_get_screen_resources_modes_iterator(&resources);
+    for (; modes.rem > 0; xcb_randr_mode_info_next(&modes))
+        if (modes.data->width == width && modes.data->height == height)
+            return modes.data->id;
+    const std::string name = "tolvane-" + std::to_string(width) + "x" + std::to_string(height);
+    xcb_randr_mode_info_t mode = {};
+    mode.width = mode.htotal = width;
+    mode.height = mode.vtotal = height;
+    mode.name_len = static_cast<std::uint16_t>(name.size());
+    const TestReply<xcb_randr_create_mode_reply_t> made(xcb_randr_create_mode_reply(
+        connection.get(),
+        xcb_randr_create_mode(connection.get(), connection.root(), mode,
+                              static_cast<std::uint32_t>(name.size()), name.data()),
+        nullptr));
+    if (!made)
+        throw std::runtime_error("no mode of that size");
+    return made->mode;
+}
+
 } // namespace
 
 VirtualDisplay::VirtualDisplay(int width, int height) : VirtualDisplay(width, height, Options()) { }
@@ -106,12 +130,9 @@ void VirtualDisplay::setCompositor(Compositor compositor)
     _connection->waitUntil([&] { return !hasOwner(); }, "the compositor's end");
     if (compositor == Compositor::None)
         return;
-    QStringList arguments
-        = {u"--backend"_s, compositor == Compositor::Glx ? u"glx"_s : u"xrender"_s, u"--config"_s,
-           u"/dev/null"_s};
-    if (compositor == Compositor::Fading)
-        arguments.append(u"--fading"_s);
-    _start(_compositor, u"picom"_s, arguments);
+    _start(_compositor, u"picom"_s,
+           {u"--backend"_s, compositor == Compositor::Glx ? u"glx"_s : u"xrender"_s, u"--config"_s,
+            u"/dev/null"_s});
     _connection->waitUntil(hasOwner, "the compositor");
 }
 
@@ -195,24 +216,13 @@ void VirtualDisplay::_setMode(const PXPixelRect &place, bool resizesScreen) cons
             throw std::runtime_error("the screen's mode was refused");
     };
 
-    const std::string name = "tolvane-" + std::to_string(wide) + "x" + std::to_string(high);
-    xcb_randr_mode_info_t mode = {};
-    mode.width = mode.htotal = wide;
-    mode.height = mode.vtotal = high;
-    mode.name_len = static_cast<std::uint16_t>(name.size());
-    const TestReply<xcb_randr_create_mode_reply_t> made(xcb_randr_create_mode_reply(
-        c,
-        xcb_randr_create_mode(c, _connection->root(), mode, static_cast<std::uint32_t>(name.size()),
-                              name.data()),
-        nullptr));
-    if (!made)
-        throw std::runtime_error("no mode of that size");
-    xcb_randr_add_output_mode(c, output, made->mode);
+    const xcb_randr_mode_t mode = modeOfSize(*_connection, *resources, wide, high);
+    xcb_randr_add_output_mode(c, output, mode);
     if (resizesScreen) {
         show(XCB_NONE);
         xcb_randr_set_screen_size(c, _connection->root(), wide, high, 300, 200);
     }
-    show(made->mode);
+    show(mode);
 }
 
 void VirtualDisplay::kill()

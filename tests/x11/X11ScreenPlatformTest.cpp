@@ -73,7 +73,7 @@ TEST(X11ScreenPlatform, FollowsTheMainDisplay)
     std::mutex mutex;
     std::condition_variable changed;
     bool isSmall = false;
-    main.setChangedHandler([&] {
+    PXObservation observation = main.addChangedObserver([&] {
         const std::lock_guard lock(mutex);
         isSmall = main.bounds() == PXPixelRect{0, 0, 640, 480};
         changed.notify_all();
@@ -82,7 +82,7 @@ TEST(X11ScreenPlatform, FollowsTheMainDisplay)
     std::unique_lock lock(mutex);
     changed.wait(lock, [&] { return isSmall; });
     lock.unlock();
-    main.setChangedHandler({});
+    observation.end();
     display.resize(1000, 700);
     EXPECT_TRUE(isSmall); // Told no more.
 }
