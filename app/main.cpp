@@ -1,5 +1,7 @@
+#include "app/PXTranslations.h"
 #include "app/cli/BRCommandLine.h"
 #include "foundation/PXClock.h"
+#include "platform/canberra/CanberraSoundPlayer.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 #include "platform/pulse/PulseSoundPlatform.h"
 #include "platform/x11/X11ScreenPlatform.h"
@@ -41,7 +43,9 @@ int main(int argc, char **argv)
         QCoreApplication::setApplicationName(QStringLiteral("Tolvane"));
         FFmpegMediaPlatform media;
         PulseSoundPlatform sound;
-        const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media, sound};
+        const PXTranslations translations;
+        const BRBackEnds backEnds{[] { return X11ScreenPlatform::open(); }, media, sound,
+                                  [] { return std::make_unique<CanberraSoundPlayer>(); }};
         return BRRunCommandLine(argc, argv, backEnds);
     } catch (const std::bad_alloc &) {
         (void)std::fputs("tolvane: there is not enough memory\n", stderr);

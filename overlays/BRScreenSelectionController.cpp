@@ -247,7 +247,8 @@ void BRScreenSelectionController::_close()
         BRLog(BRLogWarning, PXErrorLine(saved.error()));
     selectionView->setDelegate(nullptr);
     // One of its controls may have called us.
-    _blankingWindow.release()->deleteLater();
+    _closedWindow = std::move(_blankingWindow);
+    PXMainThread::post(&_mainThread, [this] { _closedWindow.reset(); });
     selectionView = nullptr;
     screenSelectionWindow = nullptr;
     _isClosing = false;

@@ -78,6 +78,7 @@ private:
     PXPixelRect _display; ///< As it was at the beginning.
     BRScreenSelectionDelegate *_delegate = nullptr;
     std::unique_ptr<BROverlayWindow> _blankingWindow;
+    std::unique_ptr<BROverlayWindow> _closedWindow; ///< Until nobody is inside it any more.
     BRScreenSelectionView *selectionView = nullptr; ///< The window's.
     BRScreenSelectionPanel *screenSelectionWindow = nullptr; ///< The window's, too.
     PXRect _selectionRect;
@@ -88,5 +89,4 @@ private:
     bool _isClosing = false;
     QObject _mainThread; ///< Context of posted calls.
     PXObservation _displayChanges; // Last: its function uses the rest.
-    PXObservation _displayChanges;
 };

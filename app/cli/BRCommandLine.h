@@ -4,6 +4,7 @@
 #include "platform/PXMediaPlatform.h"
 #include "platform/PXScreenPlatform.h"
 #include "platform/PXSoundPlatform.h"
+#include "platform/PXSoundPlayer.h"
 
 #include <QStringList>
 
@@ -15,6 +16,8 @@ struct BRBackEnds {
     std::function<PXExpected<std::unique_ptr<PXScreenPlatform>>()> openScreen;
     PXMediaPlatform &media;
     PXSoundPlatform &sound;
+    /// One at a time.
+    std::function<std::unique_ptr<PXSoundPlayer>()> makeSoundPlayer;
 };
 
 /// Whether the command shows a window, and so needs a QApplication.

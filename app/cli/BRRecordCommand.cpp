@@ -6,6 +6,7 @@
 #include "app/cli/BRExitStatus.h"
 #include "app/cli/BRMicrophone.h"
 #include "app/cli/BRRecordOptionsBuilder.h"
+#include "app/cli/BRRecordOverlays.h"
 #include "app/cli/BRSignals.h"
 #include "app/cli/BRSoundAlert.h"
 #include "app/cli/BRTerminal.h"
@@ -45,10 +46,12 @@ class RecordCommand final : private BRScreenRecorderDelegate,
                             private BRAudioRecorderHost,
                             private PXAlert {
 public:
-    RecordCommand(PXScreenPlatform &platform, QString moviesFolder)
+    /// `overlays` may be null.
+    RecordCommand(PXScreenPlatform &platform, QString moviesFolder, BRRecordOverlays *overlays)
         : _uuid(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()),
           _folderPath(QDir(moviesFolder).filePath(_uuid)),
-          _recorder(_uuid, this, platform)
+          _overlays(overlays),
+          _recorder(_uuid, this, platform, nullptr, overlays ? overlays->movieBounds() : nullptr)
     {
         _recorder.setAlert(this);
     }
@@ -89,6 +92,8 @@ public:
         auto started = PXFileManager::createAllDirectoriesForPath(_folderPath);
         if (started)
             started = _lockFolder();
+        if (started && _overlays)
+            _overlays->prepareScreen();
         if (started)
             started = _writeMovieInfo(options);
         if (started)
@@ -180,6 +185,8 @@ private:
     void _stop()
     {
         const bool isFirstTime = !std::exchange(_isStopping, true);
+        if (_overlays && !_hasStarted)
+            _overlays->cancel();
         if (!_hasStarted)
             return; // Whoever starts it will see.
         _recorder.stopRecording();
@@ -245,6 +252,7 @@ private:
 
     const QString _uuid;
     const QString _folderPath;
+    BRRecordOverlays *const _overlays;
     int _status = BRExitDone;
     std::optional<PXError> _error;
     QObject _context;
@@ -302,10 +310,21 @@ int BRRunRecordCommand(const BRRecordArguments &arguments, const BRBackEnds &bac
         BRTerminal::printError(platform.error());
         return BRExitStatusOfError(platform.error(), BRAccess::Writing);
     }
+    const auto overlays = BRRecordOverlays::forArguments(arguments, **platform, backEnds);
+    if (!overlays) {
+        BRTerminal::printError(overlays.error());
+        return BRExitStatusOfError(overlays.error(), BRAccess::Writing);
+    }
+    if (arguments.selects) {
+        const auto selection = (*overlays)->select();
+        if (!selection)
+            return BRExitFailed;
+        builder.setSelection(*selection);
+    }
     const auto options = builder.optionsOn((*platform)->mainDisplay().bounds());
     if (!options)
         return BRFailUsage(options.error());
-    RecordCommand command(**platform, *folder);
+    RecordCommand command(**platform, *folder, overlays->get());
     if (const auto prepared = command.prepareSound(arguments, backEnds); !prepared) {
         BRTerminal::printError(prepared.error());
         return BRExitNoSoundDevice;

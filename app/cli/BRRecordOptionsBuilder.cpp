@@ -42,6 +42,12 @@ BRUsageExpected<void> BRRecordOptionsBuilder::readArguments()
     return {};
 }
 
+void BRRecordOptionsBuilder::setSelection(const PXRect &selection)
+{
+    _options.cameraMode = 0;
+    _options.screenSelectionRect = selection;
+}
+
 BRUsageExpected<BRScreenRecordingOptions>
 BRRecordOptionsBuilder::optionsOn(const PXPixelRect &display)
 {
@@ -50,6 +56,7 @@ BRRecordOptionsBuilder::optionsOn(const PXPixelRect &display)
     _setCompression();
     if (_arguments.hidesCursor)
         _options.showCursor = false;
+    _options.displayMovieBounds = _arguments.showsBounds;
     return _options;
 }
 
@@ -92,6 +99,8 @@ BRUsageExpected<void> BRRecordOptionsBuilder::_setArea(const PXPixelRect &displa
         return {};
     }
     const PXPixelRect lastSelection = PXPixelsFromRect(_options.screenSelectionRect, display);
+    if (_arguments.selects && lastSelection.isEmpty())
+        return BRWrongUsage(u"The selection is empty"_s, u"Drag out an area."_s);
     return _setFixedArea(lastSelection.isEmpty() ? display : lastSelection, u"the last selection"_s,
                          display);
 }

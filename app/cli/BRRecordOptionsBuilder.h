@@ -16,6 +16,9 @@ public:
     /// What the words alone say, right or wrong whatever the display.
     BRUsageExpected<void> readArguments();
 
+    /// A fixed area that the user has just chosen, in the display's coordinates.
+    void setSelection(const PXRect &selection);
+
     /// The options in the display's coordinates, after `readArguments()`.
     BRUsageExpected<BRScreenRecordingOptions> optionsOn(const PXPixelRect &display);
 
