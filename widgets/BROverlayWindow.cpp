@@ -154,7 +154,9 @@ void BROverlayWindow::_applyFrame()
     setGeometry(QRect(corner + offset.toPoint(), size));
     const bool isReachable = QPointF(offset.toPoint()) == offset;
     if (!isReachable)
-        _server.setFrame(winId(), _frame);
+        _server.setFrame(winId(),
+                         {_frame.x, _frame.y, static_cast<int>(std::lround(size.width() * ratio)),
+                          static_cast<int>(std::lround(size.height() * ratio))});
     _applyShape();
 }
 
