@@ -1,5 +1,7 @@
 #include "app/PXTranslations.h"
 #include "app/cli/BRCommandLine.h"
+#include "app/cli/BRExitStatus.h"
+#include "foundation/BRLog.h"
 #include "foundation/PXClock.h"
 #include "platform/canberra/CanberraSoundPlayer.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
@@ -11,11 +13,27 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
 
+using namespace Qt::StringLiterals;
+
 namespace {
+
+/// What Qt says is about its own affairs, and standard error is read by scripts: it goes the way of
+/// the log, one level below its own opinion. But when the display has gone Qt ends the program with
+/// the next line, wherever that is: what was recorded is in its files, to be rescued.
+void logMessageOfQt(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (message.startsWith("The X11 connection broke"_L1)) {
+        (void)std::fputs("tolvane: the display has gone\n", stderr);
+        std::_Exit(BRExitNoDisplay);
+    }
+    const bool isGrave = type == QtCriticalMsg || type == QtFatalMsg;
+    BRLog(isGrave ? BRLogWarning : BRLogInfo, u"Qt: %1"_s.arg(message));
+}
 
 /// Qt ends the program where a window cannot be shown: then the command shall say why. The others
 /// do without what windows need.
@@ -33,6 +51,7 @@ int main(int argc, char **argv)
 {
     // The reference-date clock begins here, whatever is first timed.
     PXTimeIntervalSinceReferenceDate();
+    qInstallMessageHandler(logMessageOfQt);
     try {
         const auto application = makeApplication(argc, argv);
         // It took over the user's language, in which strtod() may expect a comma. Numbers on the

@@ -192,8 +192,10 @@ void BROverlayWindow::resizeEvent(QResizeEvent *)
 void BROverlayWindow::orderFront()
 {
     _createIfNeeded();
-    if (!isVisible())
+    if (!isVisible()) {
         show();
+        _applyFrame(); // The toolkit put it where it can reach.
+    }
     if (_level == PXWindowLevel::Maximum)
         _server.keepOnTop(winId());
 }

@@ -26,7 +26,7 @@ bool OverlayTest::waitUntil(const std::function<bool()> &isTrue)
 {
     QTimer timer; // What happens on other threads and on the screen brings no event.
     timer.start(10);
-    const QDeadlineTimer deadline(20000);
+    const QDeadlineTimer deadline(60'000);
     while (!isTrue()) {
         if (deadline.hasExpired())
             return false;
