@@ -2,7 +2,7 @@
 
 #include "foundation/PXMainThread.h"
 
-#include <QGuiApplication>
+#include <QApplication>
 #include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
@@ -13,6 +13,8 @@
 #include <vector>
 
 namespace {
+
+constexpr double kKeyboardPatience = 0.2; ///< Seconds.
 
 /// A screen's corner is where it is on the desktop; only its size is scaled.
 QRect pixelsOf(const QScreen &screen)
@@ -203,14 +205,44 @@ void BROverlayWindow::orderFront()
 void BROverlayWindow::makeKeyAndOrderFront()
 {
     orderFront();
-    if (_canBecomeKeyWindow)
-        _server.focus(winId());
+    if (!_canBecomeKeyWindow)
+        return;
+    _isKey = true;
+    _server.focus(winId());
+    _takeKeyboardSoon();
+}
+
+bool BROverlayWindow::event(QEvent *event)
+{
+    if (event->type() == QEvent::WindowDeactivate && _isKey)
+        _takeKeyboardSoon();
+    return QWidget::event(event);
+}
+
+/// Window managers give the keyboard to a window that has just come, and take it from all when one
+/// has gone, without asking about windows that they do not manage.
+void BROverlayWindow::_takeKeyboardSoon()
+{
+    _keyTimer.scheduleTimerWithTimeInterval(
+        kKeyboardPatience,
+        [this](PXTimerTarget &) {
+            if (!_isKey || isActiveWindow())
+                return;
+            // A menu or a dialog of ours has it; it tells when it goes.
+            if (QApplication::activePopupWidget() == nullptr
+                && QApplication::activeWindow() == nullptr)
+                _server.focus(winId());
+            _takeKeyboardSoon();
+        },
+        {}, false);
 }
 
 void BROverlayWindow::orderOut()
 {
     if (!_isCreated || !isVisible())
         return;
+    _isKey = false;
+    _keyTimer.invalidate();
     _server.letGo(winId());
     hide();
 }

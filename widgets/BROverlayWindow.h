@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/PXGeometry.h"
+#include "foundation/PXTimerTarget.h"
 #include "platform/PXWindowServer.h"
 
 #include <QColor>
@@ -60,7 +61,8 @@ public:
     [[nodiscard]] PXWindowServer &windowServer() const { return _server; }
 
     void orderFront();
-    /// With the keyboard, if it can become key.
+    /// With the keyboard, if it can become key, and takes it again when a window that is not ours
+    /// has got it, a few times a second at most, until it is ordered out.
     void makeKeyAndOrderFront();
     void orderOut();
 
@@ -68,11 +70,13 @@ protected:
     void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
+    bool event(QEvent *event) override;
 
 private:
     void _createIfNeeded();
     void _applyFrame();
     void _applyShape();
+    void _takeKeyboardSoon();
 
     PXWindowServer &_server;
     PXPixelRect _frame;
@@ -82,6 +86,8 @@ private:
     bool _isSticky = false;
     bool _ignoresMouseEvents = false;
     bool _isCreated = false;
+    bool _isKey = false; ///< Or is to be.
+    PXTimerTarget _keyTimer;
     QColor _backgroundColor = Qt::transparent;
     double _alphaValue = 1;
     std::optional<QRegion> _shape;

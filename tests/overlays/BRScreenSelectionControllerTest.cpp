@@ -382,6 +382,25 @@ TEST_P(BRScreenSelectionTest, StaysAboveWhatComesLater)
     EXPECT_TRUE(waitUntil([&] { return screenshot() == seen; }));
 }
 
+/// A program opens a window meanwhile, and the window manager gives the keyboard to it; then it
+/// goes.
+TEST_P(BRScreenSelectionTest, KeepsTheKeyboard)
+{
+    open({100, 100, 300, 200});
+    const auto isActive = [&] { return panel()->window()->isActiveWindow(); };
+    {
+        const PaintedWindow other(theDesktop(), {50, 50, 100, 100}, 0xFF0000,
+                                  PaintedWindow::Kind::Managed);
+        ASSERT_TRUE(waitUntil([&] { return !isActive(); })) << "openbox gives it away";
+        ASSERT_TRUE(waitUntil(isActive));
+    }
+    hand.type(Hand::Right);
+    expect({101, 100, 300, 200}, "a key");
+    ASSERT_TRUE(waitUntil(isActive));
+    hand.type(Hand::Return);
+    ASSERT_TRUE(waitUntil([&] { return action == 1; }));
+}
+
 /// The main display is not at the desktop's corner: there is another one left of it and above.
 TEST_P(BRScreenSelectionTest, CoversTheMainDisplayWhereverItIs)
 {
