@@ -14,6 +14,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr int kLargestPictureMiB = 800;
+
 const QString kWithColorKey = u"hideDesktopWith"_s;
 const QString kColorKey = u"desktopHidingColor"_s;
 const QString kImageKey = u"desktopHidingImage"_s;
@@ -49,6 +51,8 @@ const QImage &BRDesktopHidingView::_image(const QString &path, const QSize &size
     _imagePath = path;
     _imageTime = time;
     _imageSize = size;
+    // A photograph of 200 megapixels is one, too; the usual limit stops at 32.
+    QImageReader::setAllocationLimit(kLargestPictureMiB);
     QImageReader reader(path);
     reader.setAutoTransform(true);
     _scaledImage = reader.read();

@@ -10,6 +10,9 @@
 
 #include <QApplication>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -35,13 +38,27 @@ void logMessageOfQt(QtMsgType type, const QMessageLogContext &, const QString &m
     BRLog(isGrave ? BRLogWarning : BRLogInfo, u"Qt: %1"_s.arg(message));
 }
 
+/// What is opened next takes the lowest free number: without these three, data meant for standard
+/// output would be written into a connection.
+void makeStandardFilesExist()
+{
+    int fd = ::open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO)
+        fd = ::open("/dev/null", O_RDWR);
+    ::close(fd);
+}
+
 /// Qt ends the program where a window cannot be shown: then the command shall say why. The others
 /// do without what windows need.
-std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv)
+std::unique_ptr<QCoreApplication> makeApplication(int argc, char **argv)
 {
+    // It would take options like "--geometry" for its own.
+    static int programOnly = 1;
+    // What we ask of windows we ask of the X server, by the numbers that they have there.
+    qputenv("QT_QPA_PLATFORM", "xcb");
     if (BRCommandLineShowsWindow(argc, argv) && X11ScreenPlatform::open())
-        return std::make_unique<QApplication>(argc, argv);
-    return std::make_unique<QCoreApplication>(argc, argv);
+        return std::make_unique<QApplication>(programOnly, argv);
+    return std::make_unique<QCoreApplication>(programOnly, argv);
 }
 
 } // namespace
@@ -51,6 +68,7 @@ int main(int argc, char **argv)
 {
     // The reference-date clock begins here, whatever is first timed.
     PXTimeIntervalSinceReferenceDate();
+    makeStandardFilesExist();
     qInstallMessageHandler(logMessageOfQt);
     try {
         const auto application = makeApplication(argc, argv);

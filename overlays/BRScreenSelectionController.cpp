@@ -90,10 +90,10 @@ void BRScreenSelectionController::displayWindowWithDelegate(BRScreenSelectionDel
     _restoreSelection();
     _makePanel(okButtonTitle);
     _fadeIn();
+    if (const auto action = std::exchange(_actionAfterFade, std::nullopt))
+        return _close(*action);
     _showPanel();
     selectionView->setFocus();
-    if (std::exchange(_mustClose, false))
-        _close();
 }
 
 void BRScreenSelectionController::_makeWindows()
@@ -109,8 +109,12 @@ void BRScreenSelectionController::_makeWindows()
     _blankingWindow->setContentView(selectionView);
     selectionView->hide();
     // Another size or place: the picture is no longer what is there, nor can it be chosen on.
-    _displayChanges = _platform.mainDisplay().addChangedObserver(
-        [this] { PXMainThread::post(&_mainThread, [this] { cancelButton(); }); });
+    _displayChanges = _platform.mainDisplay().addChangedObserver([this] {
+        PXMainThread::post(&_mainThread, [this] {
+            if (_platform.mainDisplay().bounds() != _display)
+                cancelButton();
+        });
+    });
 }
 
 void BRScreenSelectionController::_restoreSelection()
@@ -134,6 +138,8 @@ void BRScreenSelectionController::_makePanel(const QString &okButtonTitle)
         {[this] { okButton(); }, [this] { cancelButton(); }, [this] { setSizeFromFields(); },
          [this](int tag) { setSizeToPreset(tag); },
          [this](int sizing) {
+             if (sizing == selectionSizing())
+                 return;
              store(kSizingKey, sizing);
              selectionSizingChanged();
          },
@@ -211,31 +217,32 @@ void BRScreenSelectionController::_setDimming(double black)
 
 void BRScreenSelectionController::okButton()
 {
-    _action = 1;
-    _close();
+    _close(1);
 }
 
 void BRScreenSelectionController::cancelButton()
 {
-    _action = 0;
-    _close();
+    _close(0);
 }
 
 void BRScreenSelectionController::screenSelectionViewDidEnd(int action, const PXRect &rect)
 {
-    _action = action;
     store(kRectKey, PXStringFromRect(rect), PXSaving::Later);
-    _close();
+    _close(action);
 }
 
 /// The panel closes, and with it all of it.
-void BRScreenSelectionController::_close()
+void BRScreenSelectionController::_close(int action)
 {
-    _mustClose = _isFadingIn;
+    if (_isFadingIn)
+        _actionAfterFade = action;
     // Or a second click while it fades out.
     if (!isDisplayed() || _isFadingIn || std::exchange(_isClosing, true))
         return;
+    _action = action;
     _displayChanges.end();
+    if (_action != 1)
+        screenSelectionWindow->forgetEdits();
     screenSelectionWindow->hide();
     // The recording follows at once, and must not wait for a fade.
     if (_action == 1)

@@ -70,7 +70,7 @@ private:
     void _fadeOut();
     void _runFade();
     void _setDimming(double black);
-    void _close();
+    void _close(int action);
     [[nodiscard]] PXSize _displaySize() const;
 
     PXScreenPlatform &_platform;
@@ -85,7 +85,7 @@ private:
     int _action = 0;
     bool _fadingOut = false;
     bool _isFadingIn = false;
-    bool _mustClose = false; ///< Once it has faded in.
+    std::optional<int> _actionAfterFade; ///< How it ends as soon as it has faded in.
     bool _isClosing = false;
     QObject _mainThread; ///< Context of posted calls.
     PXObservation _displayChanges; // Last: its function uses the rest.

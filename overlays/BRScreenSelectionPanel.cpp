@@ -185,6 +185,12 @@ void BRScreenSelectionPanel::showFields(int width, int height)
     show(*heightField, height);
 }
 
+void BRScreenSelectionPanel::forgetEdits()
+{
+    widthField->setModified(false);
+    heightField->setModified(false);
+}
+
 int BRScreenSelectionPanel::widthOfField() const
 {
     return numberOf(*widthField);

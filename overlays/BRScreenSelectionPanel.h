@@ -32,6 +32,8 @@ public:
     /// 1 fixes the aspect: the fields then have no unit.
     void showSizing(int sizing);
     void showFields(int width, int height);
+    /// What was typed and not taken stays so, also when the fields lose the keyboard.
+    void forgetEdits();
     /// Cut to whole numbers; 0 for what is no number.
     [[nodiscard]] int widthOfField() const;
     [[nodiscard]] int heightOfField() const;

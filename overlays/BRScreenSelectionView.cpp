@@ -14,9 +14,11 @@ using namespace BRSelectionGeometry;
 
 namespace {
 
+/// A pixel's point is its upper left corner: that of the lowest row inside is above the rectangle's
+/// lower edge, that of the highest row on its upper one.
 bool contains(const PXRect &rect, PXPoint point)
 {
-    return point.x >= rect.x && point.x < rect.maxX() && point.y >= rect.y && point.y < rect.maxY();
+    return point.x >= rect.x && point.x < rect.maxX() && point.y > rect.y && point.y <= rect.maxY();
 }
 
 } // namespace
@@ -85,15 +87,19 @@ void BRScreenSelectionView::_describe()
                                  .arg(PXClampToInt(static_cast<double>(_chosenRect.y))));
 }
 
-/// The pointer cannot stand behind the display's last column and row, and is not let go beyond
-/// the display where there is another one: what is dragged there is to reach the edge itself.
+/// Of the pixel under the pointer; on another display, the nearest of this one.
 PXPoint BRScreenSelectionView::_pointOf(const QMouseEvent &event) const
 {
     const QPoint pixel = PXPixels::position(event, *this);
-    const PXPoint point
-        = {static_cast<float>(pixel.x()), _frame.height - static_cast<float>(pixel.y())};
-    return {point.x >= _frame.width - 1 ? _frame.width : std::max(point.x, 0.0F),
-            point.y <= 1 ? 0 : std::min(point.y, _frame.height)};
+    return {std::clamp(static_cast<float>(pixel.x()), 0.0F, _frame.width - 1),
+            std::clamp(_frame.height - static_cast<float>(pixel.y()), 1.0F, _frame.height)};
+}
+
+/// The pointer cannot stand behind the display's last column and row: what is dragged there is to
+/// reach the edge itself.
+PXPoint BRScreenSelectionView::_reachingEdges(PXPoint point) const
+{
+    return {point.x >= _frame.width - 1 ? _frame.width : point.x, point.y <= 1 ? 0 : point.y};
 }
 
 void BRScreenSelectionView::mousePressEvent(QMouseEvent *event)
@@ -102,7 +108,7 @@ void BRScreenSelectionView::mousePressEvent(QMouseEvent *event)
     if (event->button() != Qt::LeftButton)
         return;
     const PXPoint point = _pointOf(*event);
-    _initialPoint = _lastPoint = point;
+    _initialPoint = _lastPoint = _reachingEdges(point);
     _mode = Idle;
     if ((event->modifiers() & Qt::AltModifier) == 0)
         _grab(point);
@@ -125,6 +131,7 @@ void BRScreenSelectionView::_grab(PXPoint point)
             _initialPoint = cornerOpposite(*handle, _chosenRect);
     } else if (contains(_chosenRect, point)) {
         _mode = Moving;
+        _lastPoint = point;
     } else {
         _grabbedHandle = kNoHandle;
         _mode = SizingFromAnchor;
@@ -133,12 +140,13 @@ void BRScreenSelectionView::_grab(PXPoint point)
 
 void BRScreenSelectionView::mouseMoveEvent(QMouseEvent *event)
 {
-    const PXPoint point = _pointOf(*event);
+    const PXPoint pixel = _pointOf(*event);
+    const PXPoint point = _mode == Moving ? pixel : _reachingEdges(pixel);
     const PXPoint distance = {point.x - _lastPoint.x, point.y - _lastPoint.y};
     PXRect rect = _chosenRect;
     switch (_mode) {
     case Idle:
-        _resetCursorRects(point);
+        _resetCursorRects(pixel);
         return;
     case Moving:
         rect.x += distance.x;
@@ -156,7 +164,7 @@ void BRScreenSelectionView::mouseMoveEvent(QMouseEvent *event)
     }
     _lastPoint = point;
     setSelectionRect(rect);
-    _resetCursorRects(point);
+    _resetCursorRects(pixel);
 }
 
 void BRScreenSelectionView::mouseReleaseEvent(QMouseEvent *event)

@@ -81,6 +81,7 @@ private:
     };
 
     [[nodiscard]] PXPoint _pointOf(const QMouseEvent &event) const;
+    [[nodiscard]] PXPoint _reachingEdges(PXPoint point) const;
     [[nodiscard]] std::optional<PXSize> _fixedAspect() const;
     void _grab(PXPoint point);
     void _resetCursorRects(PXPoint point);

@@ -83,7 +83,7 @@
     </message>
     <message id="BRScreenSelectionViewDescription">
         <source></source>
-        <translation>%1 sur %2 pixels, à %3 de la gauche et %4 du bas</translation>
+        <translation>%1 sur %2 pixels, à %3 du bord gauche et %4 du bord inférieur</translation>
     </message>
     <message id="BRScreenSelectionWidthName">
         <source></source>

@@ -3,7 +3,6 @@
 #include "foundation/PXMainThread.h"
 
 #include <QApplication>
-#include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QScreen>
@@ -136,9 +135,6 @@ void BROverlayWindow::_createIfNeeded()
         setScreen(screen);
     _isCreated = true;
     (void)winId();
-    _server.setLevel(winId(), _level);
-    if (_isSticky)
-        _server.joinAllSpaces(winId());
     _applyFrame();
 }
 
@@ -195,6 +191,10 @@ void BROverlayWindow::orderFront()
 {
     _createIfNeeded();
     if (!isVisible()) {
+        // Each time: a window manager forgets what a window was when it is hidden.
+        _server.setLevel(winId(), _level);
+        if (_isSticky)
+            _server.joinAllSpaces(winId());
         show();
         _applyFrame(); // The toolkit put it where it can reach.
     }
@@ -245,12 +245,4 @@ void BROverlayWindow::orderOut()
     _keyTimer.invalidate();
     _server.letGo(winId());
     hide();
-}
-
-void BROverlayWindow::mousePressEvent(QMouseEvent *event)
-{
-    // No window manager gives the keyboard to it at a click.
-    if (_canBecomeKeyWindow && !isActiveWindow())
-        _server.focus(winId());
-    QWidget::mousePressEvent(event);
 }

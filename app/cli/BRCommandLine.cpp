@@ -357,9 +357,9 @@ bool BRCommandLineShowsWindow(int argc, char **argv)
         command += qstrcmp(argv[command], "--log-level") == 0 ? 2 : 1;
     if (command >= argc)
         return false;
-    const auto isOneOf = [](const char *word, std::initializer_list<const char *> words) {
-        return std::any_of(words.begin(), words.end(),
-                           [word](const char *known) { return qstrcmp(word, known) == 0; });
+    const auto isOneOf = [](const char *word, std::initializer_list<QByteArrayView> words) {
+        const QByteArray name = QByteArray(word).split('=').front(); // "--countdown=true"
+        return std::find(words.begin(), words.end(), name) != words.end();
     };
     if (isOneOf(argv[command], {"play", "select"}))
         return true;

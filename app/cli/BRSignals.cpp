@@ -35,6 +35,11 @@ BRSignals::BRSignals(std::function<void()> stop)
         while (::read(thePipe[0], bytes.data(), bytes.size()) > 0) { }
         stop();
     });
+    // Later the signals may be ignored because one of these has gone.
+    static const bool isStartedWithNohup = [] {
+        struct sigaction inherited = {};
+        return ::sigaction(SIGHUP, nullptr, &inherited) == 0 && inherited.sa_handler == SIG_IGN;
+    }();
     struct sigaction action = {};
     action.sa_handler = writeToPipe;
     action.sa_flags = SA_RESTART;
@@ -42,9 +47,7 @@ BRSignals::BRSignals(std::function<void()> stop)
     for (const int signal : kSignals) {
         // Who started us with nohup does not want the terminal's end to be ours. Not so for
         // SIGINT, which every shell ignores for what it starts in the background.
-        struct sigaction inherited = {};
-        if (signal == SIGHUP && ::sigaction(signal, nullptr, &inherited) == 0
-            && inherited.sa_handler == SIG_IGN)
+        if (signal == SIGHUP && isStartedWithNohup)
             continue;
         ::sigaction(signal, &action, nullptr);
     }

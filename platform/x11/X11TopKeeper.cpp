@@ -134,8 +134,12 @@ bool X11TopKeeper::_raiseWhatIsCovered()
             kept.begin(), kept.end(), [&](const auto &window) { return window.first == topLevel; });
         if (found != kept.end())
             inOrder.push_back(found->second);
-        else if (!inOrder.empty() && !isCovered)
-            isCovered = _isForeign(topLevel);
+        else if (!inOrder.empty() && _isForeign(topLevel))
+            isCovered = true;
+        // A menu of ours that is open above stays above.
+        else if (!inOrder.empty() && !_connection.isServersOwn(topLevel) && _isOwn(topLevel)
+                 && _windows.isViewable(topLevel))
+            inOrder.push_back(topLevel);
     }
     if (!isCovered)
         return false;

@@ -209,7 +209,7 @@ TEST_P(BRCountdownTest, TheHandPaintsAgainOnlyWhatItLeavesAndEnters)
     // One more turn than the hand makes.
     ASSERT_TRUE(waitUntil([&] { return PXTimeIntervalSinceReferenceDate() > begin + 1.2; }));
     const auto paintings = watch.areas.size();
-    EXPECT_GE(paintings, 3U);
+    EXPECT_GE(paintings, 2U);
     EXPECT_LE(paintings, 38U) << "30 a second, and the number's own";
     const double whole = double(view->width()) * view->height();
     EXPECT_EQ(watch.areas.front(), whole);
@@ -243,7 +243,7 @@ TEST_P(BRCountdownTest, CountsInFourStepsAndTellsASecondLater)
     const double begin = PXTimeIntervalSinceReferenceDate();
     countdown.startCountdown(listener);
     for (std::size_t step = 1; step <= 4; ++step) {
-        ASSERT_TRUE(waitUntil([&] { return sounds.names.size() == step; })) << step;
+        ASSERT_TRUE(waitUntil([&] { return sounds.names.size() >= step; })) << step;
         EXPECT_EQ(visibleWindows(), step < 4 ? 1 : 0) << step;
         EXPECT_GE(sounds.times.back(), begin + double(step - 1) - 0.005);
         EXPECT_TRUE(countdown.isCounting());

@@ -311,8 +311,21 @@ TEST_P(BRScreenSelectionTest, PanelSetsSizesByKeysAndMouse)
     hand.type(Hand::Return);
     ASSERT_TRUE(waitUntil([&] { return defaults.intValue(u"screenSelectionWidth"_s) == 2; }));
     EXPECT_EQ(view()->selectionAspect(), (PXSize{2, 3}));
+    // The mode that is there is none that is entered.
+    auto *popup = panel()->findChild<QComboBox *>();
+    Q_EMIT popup->activated(popup->currentIndex());
+    EXPECT_EQ(defaults.intValue(u"screenSelectionWidth"_s), 2);
     hand.type(Hand::Return); // Nothing to take: the button.
     ASSERT_TRUE(waitUntil([&] { return action == 1; }));
+    const PXRect chosen = controller.selectionRect();
+    open(chosen);
+    field(0)->setFocus();
+    field(0)->selectAll();
+    hand.typeDigits(u"77"_s);
+    ASSERT_TRUE(waitUntil([&] { return field(0)->text() == u"77"_s; }));
+    hand.type(Hand::Escape);
+    ASSERT_TRUE(waitUntil([&] { return action == 0; }));
+    EXPECT_EQ(controller.selectionRect(), chosen) << "what was typed is not taken";
 }
 
 TEST_P(BRScreenSelectionTest, PresetsAndButtons)
@@ -361,7 +374,17 @@ TEST_P(BRScreenSelectionTest, PicksTheWindowUnderTheModifierClick)
     expect({250, kHeight - 351, 321, 151}, "a window");
     hand.click({20, 650});
     expect({0, 0, kWidth, kHeight}, "the one behind");
+    hand.click({kWidth - 1, kHeight - 1});
+    hand.click({300, 250});
+    expect({250, kHeight - 351, 321, 151}, "again");
+    hand.click({kWidth - 1, kHeight - 1});
+    expect({0, 0, kWidth, kHeight}, "in the last pixel");
     hand.keyUp(Hand::Alt);
+    // All of it is selected: its last row is inside, too.
+    hand.drag({QPoint(500, kHeight - 1), QPoint(400, 300)});
+    hand.drag({QPoint(kWidth - 1, 500), QPoint(400, 300)});
+    hand.drag({QPoint(500, 0), QPoint(400, 300)});
+    expect({0, 0, kWidth, kHeight}, "moved nowhere");
 }
 
 /// Somebody else's window comes while the screen is frozen.
@@ -411,6 +434,10 @@ TEST_P(BRScreenSelectionTest, CoversTheMainDisplayWhereverItIs)
         && QGuiApplication::primaryScreen()->geometry().topLeft() == QPoint(333, 222);
     }));
     const PaintedWindow all(theDesktop(), {0, 0, 1500, 1000}, 0x80FF60);
+    ASSERT_TRUE(waitUntil([] {
+        const QImage screen = screenshot();
+        return screen.pixel(0, 0) == 0xFF80FF60 && screen.pixel(1499, 999) == 0xFF80FF60;
+    }));
     open({500, 300, 100, 100});
     panel()->hide();
     hand.drag({QPoint(333, 222) + at(101, 312), QPoint(333, 222) + at(434, 90)});

@@ -47,6 +47,7 @@ TEST_F(OverlaysTest, SelectPrintsWhatWasChosen)
          u"100x50+11+170\n"_s},
         {"escape", {u"select"_s}, [&](auto &) { hand.type(Hand::Escape); }, 1, {}},
         {"terminate", {u"select"_s}, [&](auto &process) { send(process, SIGTERM); }, 1, {}},
+        {"hangUp", {u"select"_s}, [&](auto &process) { send(process, SIGHUP); }, 1, {}},
         {"json",
          {u"select"_s, u"--json"_s},
          [&](auto &) { hand.type(Hand::KeypadEnter); },
@@ -88,6 +89,44 @@ TEST_F(OverlaysTest, RecordsWhatWasSelectedAndNothingOfItsOwn)
     // The cursor stands somewhere else.
     for (const QImage &picture : pictures)
         EXPECT_EQ(picture, expected);
+}
+
+/// The choice, too, has listened to signals.
+TEST_F(OverlaysTest, EverySignalStopsARecordingThatBeganWithAChoice)
+{
+    std::signal(SIGHUP, SIG_DFL); // The tests may run under nohup, which it would inherit.
+    for (const int signal : {SIGHUP, SIGINT}) {
+        const QString folder = path(u"Signal%1"_s.arg(signal));
+        QProcess process;
+        // The toolkit has an option of that name, too.
+        start(process, {u"record"_s, u"--movies-folder"_s, folder, u"--select=true"_s});
+        waitUntilFrozen();
+        hand.type(Hand::Return);
+        const QString movie = movieWithFramesIn(folder);
+        send(process, signal);
+        const Outcome outcome = outcomeOf(process);
+        EXPECT_EQ(outcome.status, 0) << signal;
+        EXPECT_EQ(outcome.output.trimmed(), movie);
+    }
+}
+
+/// Where the toolkit is there, it would take options for its own, and connections the numbers of
+/// closed files.
+TEST_F(OverlaysTest, ArgumentsAndStandardFilesAreOurs)
+{
+    const Outcome recorded = run({u"record"_s, u"--geometry"_s, u"60x40+200+100"_s,
+                                  u"--hide-desktop"_s, u"--duration"_s, u"0.3"_s},
+                                 {{u"QT_QPA_PLATFORM"_s, u"offscreen"_s}});
+    ASSERT_EQ(recorded.status, 0) << recorded.errors.toStdString();
+    EXPECT_EQ(infoOf(recorded.output.trimmed()).value(u"width"_s).toInt(), 60);
+
+    QProcess shell;
+    prepare(shell);
+    shell.start(u"sh"_s,
+                {u"-c"_s, u"exec \"$0\" select <&- >&-"_s, QStringLiteral(TOLVANE_PROGRAM)});
+    waitUntilFrozen();
+    hand.type(Hand::Return);
+    EXPECT_EQ(outcomeOf(shell).status, 0);
 }
 
 TEST_F(OverlaysTest, StoppedBeforeItsFirstFrameARecordingLeavesNothing)
