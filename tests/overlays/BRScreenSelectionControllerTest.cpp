@@ -427,7 +427,10 @@ TEST_P(BRScreenSelectionTest, KeepsTheKeyboard)
 /// The main display is not at the desktop's corner: there is another one left of it and above.
 TEST_P(BRScreenSelectionTest, CoversTheMainDisplayWhereverItIs)
 {
+    // picom goes on painting a screen of the size that it once had.
+    theDesktop().setCompositor(VirtualDisplay::Compositor::None);
     theDesktop().resize(1500, 1000);
+    theDesktop().setCompositor(GetParam());
     theDesktop().moveMainDisplay({333, 222, 1001, 701});
     EXPECT_TRUE(waitUntil([&] {
         return platform->mainDisplay().bounds() == PXPixelRect{333, 222, 1001, 701}
