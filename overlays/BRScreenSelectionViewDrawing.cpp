@@ -196,7 +196,7 @@ void BRScreenSelectionView::_drawShadow(QPainter &painter, const QRegion &dirty)
             auto *row = reinterpret_cast<QRgb *>(image.scanLine(y));
             const double ofRow = down[static_cast<std::size_t>(y)] * kDimming * 255;
             std::transform(across.begin(), across.end(), row, [ofRow](double ofColumn) {
-                return qRgba(0, 0, 0, static_cast<int>(ofRow * ofColumn + 0.5));
+                return qRgba(0, 0, 0, qRound(ofRow * ofColumn));
             });
         }
         painter.drawImage(part.topLeft(), image);

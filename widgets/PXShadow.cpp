@@ -28,14 +28,14 @@ void blurLines(std::vector<float> &values, int count, int step, int lines, int l
                const std::vector<float> &weights)
 {
     const int reach = static_cast<int>(weights.size() / 2);
+    const float *middle = weights.data() + reach;
     std::vector<float> line(static_cast<std::size_t>(count));
     for (int i = 0; i < lines; ++i) {
         float *first = values.data() + std::ptrdiff_t{i} * lineStep;
         for (int j = 0; j < count; ++j) {
             float sum = 0;
             for (int k = std::max(-reach, -j); k <= std::min(reach, count - 1 - j); ++k)
-                sum += first[std::ptrdiff_t{j + k} * step]
-                    * weights[static_cast<std::size_t>(k + reach)];
+                sum += first[(std::ptrdiff_t{j} + k) * step] * middle[k];
             line[static_cast<std::size_t>(j)] = sum;
         }
         for (int j = 0; j < count; ++j)

@@ -37,7 +37,7 @@ protected:
         image.fill(left);
         for (int y = 0; y < 100; ++y)
             std::fill_n(reinterpret_cast<QRgb *>(image.scanLine(y)) + 100, 100, right);
-        const QString path = folder.filePath(name);
+        QString path = folder.filePath(name);
         EXPECT_TRUE(image.save(path));
         return path;
     }
