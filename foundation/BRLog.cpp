@@ -1,5 +1,7 @@
 #include "foundation/BRLog.h"
 
+#include "foundation/PXMutex.h"
+
 #include <QByteArray>
 #include <QTime>
 
@@ -63,10 +65,19 @@ bool isStandardErrorTheJournal()
         == stream;
 }
 
+/// One thread at a time: the C library looks at the time zone anew for each question, and
+/// ThreadSanitizer does not see the lock that it has for that.
+QTime currentTime()
+{
+    static PXMutex lock;
+    const PXLock held(lock);
+    return QTime::currentTime();
+}
+
 void write(int level, const QString &message)
 {
+    const QTime now = currentTime();
     // Not toString(): without memory for its calendars Qt crashes the second time it is asked.
-    const QTime now = QTime::currentTime();
     const QString timeOfDay = QString::asprintf("%02d:%02d:%02d.%03d", now.hour(), now.minute(),
                                                 now.second(), now.msec());
     const QByteArray line = (BRLogLine(level, timeOfDay, message) + u'\n').toUtf8();
