@@ -3,14 +3,11 @@
 #include "platform/PXScreenPlatform.h"
 #include "tests/support/Hand.h"
 #include "tests/support/VirtualDisplay.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QTimer>
-
-#include <functional>
+#include <memory>
 
 /// The desktop of this test program: 1001 x 701 pixels, so that nothing comes out even, with a
 /// window manager. Made by main().
@@ -24,8 +21,6 @@ protected:
 
     OverlayTest();
 
-    /// Lets events come until it is true; false after a minute.
-    [[nodiscard]] static bool waitUntil(const std::function<bool()> &isTrue);
     [[nodiscard]] static QImage screenshot() { return theDesktop().screenshot(); }
 
     const std::unique_ptr<PXScreenPlatform> platform;

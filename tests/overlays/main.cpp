@@ -22,19 +22,6 @@ OverlayTest::OverlayTest()
     EXPECT_TRUE(waitUntil([&] { return windowServer->isCompositing() == isBlending; }));
 }
 
-bool OverlayTest::waitUntil(const std::function<bool()> &isTrue)
-{
-    QTimer timer; // What happens on other threads and on the screen brings no event.
-    timer.start(10);
-    const QDeadlineTimer deadline(60'000);
-    while (!isTrue()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-    return true;
-}
-
 std::string nameOfCompositor(const testing::TestParamInfo<VirtualDisplay::Compositor> &info)
 {
     return info.param == VirtualDisplay::Compositor::None ? "NoCompositor" : "XRender";

@@ -3,12 +3,10 @@
 #include "platform/x11/X11ScreenPlatform.h"
 #include "rawmovie/view/BRRawMovieView.h"
 #include "tests/framefile/RawCapture.h"
+#include "tests/support/WaitUntil.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QImage>
 #include <QPainter>
-#include <QTimer>
 
 #include <algorithm>
 #include <functional>
@@ -60,20 +58,6 @@ protected:
     [[nodiscard]] BRRawMovieView::MakeDisplayLink makeDisplayLink() const
     {
         return [this] { return _platform->makeDisplayLink(); };
-    }
-
-    /// Lets events come until it is true; false after a minute.
-    [[nodiscard]] static bool waitUntil(const std::function<bool()> &isTrue)
-    {
-        QTimer timer; // What happens on other threads brings no event.
-        timer.start(10);
-        const QDeadlineTimer deadline(60'000);
-        while (!isTrue()) {
-            if (deadline.hasExpired())
-                return false;
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        }
-        return true;
     }
 
     std::vector<QImage> pictures; ///< Of the frames.
