@@ -12,13 +12,15 @@ PXObservation PXNotificationCenter::addObserver(const QString &name, const void 
                                                 Function function)
 {
     return _observers.add(
-        [name, sender, function = std::move(function)](const QString &posted, const void *from) {
+        [name, sender, function = std::move(function)](const QString &posted, const void *from,
+                                                       const QVariantMap &userInfo) {
             if (posted == name && (sender == nullptr || sender == from))
-                function(posted, from);
+                function(posted, from, userInfo);
         });
 }
 
-void PXNotificationCenter::postNotificationName(const QString &name, const void *sender)
+void PXNotificationCenter::postNotificationName(const QString &name, const void *sender,
+                                                const QVariantMap &userInfo)
 {
-    _observers.tell(name, sender);
+    _observers.tell(name, sender, userInfo);
 }

@@ -3,6 +3,7 @@
 #include "foundation/PXObservation.h"
 
 #include <QString>
+#include <QVariantMap>
 
 #include <functional>
 
@@ -11,7 +12,8 @@
 /// returns.
 class PXNotificationCenter final {
 public:
-    using Function = std::function<void(const QString &name, const void *sender)>;
+    using Function
+        = std::function<void(const QString &name, const void *sender, const QVariantMap &userInfo)>;
 
     /// Lives until the program ends.
     static PXNotificationCenter &defaultCenter();
@@ -19,8 +21,10 @@ public:
     /// `sender` is only compared, never used; nullptr observes every sender of `name`.
     PXObservation addObserver(const QString &name, const void *sender, Function function);
 
-    void postNotificationName(const QString &name, const void *sender);
+    /// `userInfo` is what the name promises.
+    void postNotificationName(const QString &name, const void *sender,
+                              const QVariantMap &userInfo = {});
 
 private:
-    PXObservers<QString, const void *> _observers;
+    PXObservers<QString, const void *, QVariantMap> _observers;
 };

@@ -4,6 +4,9 @@
 #include "platform/PXDamageSource.h"
 #include "platform/PXDisplayLink.h"
 #include "platform/PXFrameBufferReader.h"
+#include "platform/PXFrontProcess.h"
+#include "platform/PXInputMonitor.h"
+#include "platform/PXKeyboard.h"
 #include "platform/PXMainDisplay.h"
 #include "platform/PXWindowServer.h"
 
@@ -23,4 +26,9 @@ public:
     virtual PXExpected<std::unique_ptr<PXCursorSource>> makeCursorSource() = 0;
     virtual PXExpected<std::unique_ptr<PXDisplayLink>> makeDisplayLink() = 0;
     virtual PXExpected<std::unique_ptr<PXWindowServer>> makeWindowServer() = 0;
+    virtual PXExpected<std::unique_ptr<PXKeyboard>> makeKeyboard() = 0;
+    /// Watches from now on; the delegate outlives it.
+    virtual PXExpected<std::unique_ptr<PXInputMonitor>>
+    makeInputMonitor(PXInputMonitorDelegate &delegate) = 0;
+    virtual PXExpected<std::unique_ptr<PXFrontProcess>> makeFrontProcess() = 0;
 };

@@ -45,6 +45,10 @@ public:
     /// `changed` is called on a thread of the back end when that has changed.
     virtual PXObservation addCompositingObserver(std::function<void()> changed) = 0;
 
+    /// Whether the user has asked the desktop for less motion: then nothing slides or fades. As the
+    /// desktop's settings say now.
+    [[nodiscard]] virtual bool prefersReducedMotion() const = 0;
+
     /// Before the window is shown for the first time. For a level other than `Normal` the desktop
     /// is told that it needs no shadow, no animation and no place in a list of windows.
     virtual void setLevel(WindowID window, PXWindowLevel level) = 0;

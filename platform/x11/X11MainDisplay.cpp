@@ -47,7 +47,7 @@ X11MainDisplay::onConnection(std::unique_ptr<X11Connection> connection)
     auto state = result->_ask();
     if (!state)
         return PXFail(std::move(state).error());
-    result->_remember(*state);
+    result->_remember(*std::move(state));
     result->_thread.emplace("tolvane-display", c, static_cast<X11EventThread::Delegate &>(*result));
     return result;
 }
@@ -61,6 +61,16 @@ PXPixelRect X11MainDisplay::bounds() const
 {
     const PXLock lock(_lock);
     return _state.bounds;
+}
+
+std::optional<PXPixelRect> X11MainDisplay::displayAt(int x, int y) const
+{
+    const PXLock lock(_lock);
+    for (const PXPixelRect &display : _state.displays)
+        if (x >= display.x && x < display.x + display.width && y >= display.y
+            && y < display.y + display.height)
+            return display;
+    return std::nullopt;
 }
 
 double X11MainDisplay::refreshRate() const
@@ -88,7 +98,8 @@ PXExpected<X11MainDisplay::State> X11MainDisplay::_ask()
         "xcb_get_geometry", xcb_get_geometry(_connection->get(), _connection->root()));
     if (!geometry)
         return PXFail(std::move(geometry).error());
-    return State{{0, 0, (*geometry)->width, (*geometry)->height}, kUnknownRefreshRate};
+    const PXPixelRect whole = {0, 0, (*geometry)->width, (*geometry)->height};
+    return State{whole, kUnknownRefreshRate, {whole}};
 }
 
 PXExpected<std::optional<X11MainDisplay::State>> X11MainDisplay::_askOutputs()
@@ -110,6 +121,7 @@ PXExpected<std::optional<X11MainDisplay::State>> X11MainDisplay::_askOutputs()
         first, first + xcb_randr_get_screen_resources_current_outputs_length(resources->get()));
     std::stable_partition(outputs.begin(), outputs.end(),
                           [&](auto output) { return output == (*primary)->output; });
+    std::optional<State> state;
     for (const xcb_randr_output_t output : outputs) {
         const xcb_timestamp_t since = (*resources)->config_timestamp;
         // Either may be refused when the outputs change meanwhile; an event follows then.
@@ -121,14 +133,17 @@ PXExpected<std::optional<X11MainDisplay::State>> X11MainDisplay::_askOutputs()
             c, xcb_randr_get_crtc_info(c, info->crtc, since), nullptr));
         if (!crtc || crtc->width == 0 || crtc->height == 0)
             continue;
-        State state = {{crtc->x, crtc->y, crtc->width, crtc->height}, kUnknownRefreshRate};
-        auto modes = xcb_randr_get_screen_resources_current_modes_iterator(resources->get());
-        for (; modes.rem > 0; xcb_randr_mode_info_next(&modes))
-            if (modes.data->id == crtc->mode)
-                state.refreshRate = refreshRateOf(*modes.data);
-        return std::optional(state);
+        const PXPixelRect place = {crtc->x, crtc->y, crtc->width, crtc->height};
+        if (!state) {
+            state = {place, kUnknownRefreshRate, {}};
+            auto modes = xcb_randr_get_screen_resources_current_modes_iterator(resources->get());
+            for (; modes.rem > 0; xcb_randr_mode_info_next(&modes))
+                if (modes.data->id == crtc->mode)
+                    state->refreshRate = refreshRateOf(*modes.data);
+        }
+        state->displays.push_back(place);
     }
-    return std::optional<State>();
+    return state;
 }
 
 void X11MainDisplay::handleEvent(const xcb_generic_event_t &event)
@@ -139,13 +154,14 @@ void X11MainDisplay::handleEvent(const xcb_generic_event_t &event)
 std::uint64_t X11MainDisplay::eventsWereHandled()
 {
     if (std::exchange(_mustAsk, false))
-        if (const auto state = _ask(); state && _remember(*state))
+        if (auto state = _ask(); state && _remember(*std::move(state)))
             _observers.tell();
     return X11EventThread::kNever;
 }
 
-bool X11MainDisplay::_remember(const State &state)
+bool X11MainDisplay::_remember(State state)
 {
     const PXLock lock(_lock);
-    return std::exchange(_state, state) != state;
+    const State before = std::exchange(_state, std::move(state));
+    return before.bounds != _state.bounds || before.refreshRate != _state.refreshRate;
 }

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 /// Asks RandR, and follows its events on the thread "tolvane-display". When the server has gone
 /// the last answers stand.
@@ -17,6 +18,7 @@ public:
     onConnection(std::unique_ptr<X11Connection> connection);
 
     [[nodiscard]] PXPixelRect bounds() const override;
+    [[nodiscard]] std::optional<PXPixelRect> displayAt(int x, int y) const override;
     [[nodiscard]] double refreshRate() const override;
     /// Whether there is a screen that is refreshed. A virtual display has none, and what its
     /// server reports as vertical blanks is a timer.
@@ -30,14 +32,14 @@ private:
     struct State {
         PXPixelRect bounds;
         double refreshRate = 0; ///< 0: unknown.
-
-        friend bool operator==(const State &, const State &) = default;
+        std::vector<PXPixelRect> displays; ///< All that show something, the main one first.
     };
 
     explicit X11MainDisplay(std::unique_ptr<X11Connection> connection);
     PXExpected<State> _ask();
     PXExpected<std::optional<State>> _askOutputs();
-    bool _remember(const State &state); ///< Whether it differs from the one before.
+    /// Whether the main display differs from the one before.
+    bool _remember(State state);
 
     void handleEvent(const xcb_generic_event_t &event) override;
     std::uint64_t eventsWereHandled() override;

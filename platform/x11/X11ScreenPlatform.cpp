@@ -92,6 +92,11 @@ void ignoreBrokenPipes()
     sigaction(SIGPIPE, &action, nullptr);
 }
 
+PXError notYet()
+{
+    return {kPXDisplayErrorDomain, PXDisplayNotSupported, u"Keys are not watched yet"_s, {}, {}};
+}
+
 class X11Screen final : public PXScreenPlatform {
 public:
     X11Screen(QString displayName, std::shared_ptr<std::atomic<bool>> lossIsLogged,
@@ -141,6 +146,16 @@ public:
         if (!connection)
             return PXFail(std::move(connection).error());
         return X11WindowServer::onConnection(*std::move(connection));
+    }
+
+    PXExpected<std::unique_ptr<PXKeyboard>> makeKeyboard() override { return PXFail(notYet()); }
+    PXExpected<std::unique_ptr<PXInputMonitor>> makeInputMonitor(PXInputMonitorDelegate &) override
+    {
+        return PXFail(notYet());
+    }
+    PXExpected<std::unique_ptr<PXFrontProcess>> makeFrontProcess() override
+    {
+        return PXFail(notYet());
     }
 
 private:

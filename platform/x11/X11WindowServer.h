@@ -27,6 +27,8 @@ public:
         return _compositingObservers.add(std::move(changed));
     }
 
+    [[nodiscard]] bool prefersReducedMotion() const override { return false; }
+
     void setLevel(WindowID window, PXWindowLevel level) override;
     void joinAllSpaces(WindowID window) override;
     void setFrame(WindowID window, const PXPixelRect &frame) override;

@@ -126,9 +126,7 @@ TEST(ScreenRecorder, ReportsItsCameraAndItsStateToWhoeverShowsThem)
         BRScreenRecorder &recorder = session.recorder();
         const PXObservation observation = PXNotificationCenter::defaultCenter().addObserver(
             kBRScreenRecorderScreenSelectionRectChangedNotification, &recorder,
-            [&](const QString &, const void *) {
-                listener.cameraWasSet(recorder.currentScreenSelectionRect());
-            });
+            [&](auto &&...) { listener.cameraWasSet(recorder.currentScreenSelectionRect()); });
         auto options = session.options();
         options.cameraMode = c.cameraMode;
         options.displayMovieBounds = c.displayMovieBounds;

@@ -19,12 +19,11 @@ TEST(PXNotificationCenter, ReachesThoseWhoAskedForNameAndSender)
     const int sender = 0;
     const int other = 0;
     QStringList heard;
-    auto ofOne = center.addObserver(u"moved"_s, &sender,
-                                    [&](const QString &, const void *) { heard << u"one"_s; });
-    const auto ofAll
-        = center.addObserver(u"moved"_s, nullptr, [&](const QString &name, const void *from) {
-              heard << (from == &other ? name + u" by other"_s : name);
-          });
+    auto ofOne = center.addObserver(u"moved"_s, &sender, [&](auto &&...) { heard << u"one"_s; });
+    const auto ofAll = center.addObserver(
+        u"moved"_s, nullptr, [&](const QString &name, const void *from, const auto &) {
+            heard << (from == &other ? name + u" by other"_s : name);
+        });
     center.postNotificationName(u"moved"_s, &sender);
     center.postNotificationName(u"moved"_s, &other);
     center.postNotificationName(u"closed"_s, &sender);
@@ -39,13 +38,11 @@ TEST(PXNotificationCenter, AnObserverMayEndItselfAndAddOthersWhenCalled)
     PXNotificationCenter center;
     int calls = 0;
     std::optional<PXObservation> second;
-    std::optional<PXObservation> first
-        = center.addObserver(u"tick"_s, nullptr, [&](const QString &, const void *) {
-              ++calls;
-              first.reset();
-              second = center.addObserver(u"tick"_s, nullptr,
-                                          [&](const QString &, const void *) { calls += 10; });
-          });
+    std::optional<PXObservation> first = center.addObserver(u"tick"_s, nullptr, [&](auto &&...) {
+        ++calls;
+        first.reset();
+        second = center.addObserver(u"tick"_s, nullptr, [&](auto &&...) { calls += 10; });
+    });
     center.postNotificationName(u"tick"_s, nullptr);
     EXPECT_EQ(calls, 1);
     center.postNotificationName(u"tick"_s, nullptr);
@@ -59,7 +56,7 @@ TEST(PXNotificationCenter, EndingWaitsForACallOnAnotherThread)
     std::binary_semaphore mayLeave(0);
     std::atomic<bool> hasLeft = false;
     std::optional<PXObservation> observation
-        = center.addObserver(u"grab"_s, nullptr, [&](const QString &, const void *) {
+        = center.addObserver(u"grab"_s, nullptr, [&](auto &&...) {
               isInside.release();
               mayLeave.acquire();
               hasLeft = true;
