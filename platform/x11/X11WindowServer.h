@@ -27,7 +27,7 @@ public:
         return _compositingObservers.add(std::move(changed));
     }
 
-    [[nodiscard]] bool prefersReducedMotion() const override { return false; }
+    [[nodiscard]] bool prefersReducedMotion() const override;
 
     void setLevel(WindowID window, PXWindowLevel level) override;
     void joinAllSpaces(WindowID window) override;
