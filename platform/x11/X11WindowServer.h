@@ -28,7 +28,7 @@ public:
     }
 
     [[nodiscard]] PXPixelRect pointerPixel() const override;
-    [[nodiscard]] bool prefersReducedMotion() const override { return false; }
+    [[nodiscard]] bool prefersReducedMotion() const override;
 
     void setLevel(WindowID window, PXWindowLevel level) override;
     void joinAllSpaces(WindowID window) override;
