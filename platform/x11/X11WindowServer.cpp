@@ -101,17 +101,16 @@ void X11WindowServer::handleEvent(const xcb_generic_event_t &event)
         _compositingObservers.tell();
 }
 
-<<<<<<< HEAD
 PXPixelRect X11WindowServer::pointerPixel() const
 {
     const auto pointer = _connection->replyIfThere<xcb_query_pointer_reply>(
         xcb_query_pointer(_connection->get(), _connection->root()));
     return pointer ? PXPixelRect{pointer->root_x, pointer->root_y, 1, 1} : PXPixelRect{};
-=======
+}
+
 bool X11WindowServer::prefersReducedMotion() const
 {
     return X11Settings::integer(*_connection, "Gtk/EnableAnimations") == 0;
->>>>>>> x11input
 }
 
 void X11WindowServer::_setProperty(xcb_window_t window, xcb_atom_t name, xcb_atom_t type,
