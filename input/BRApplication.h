@@ -113,7 +113,7 @@ private:
         std::unique_ptr<PXHotKey> registration; ///< Null: not registered.
         std::uint16_t keyCode = 0;
         std::uint32_t modifiers = 0;
-        std::deque<Presses> presses; ///< The newest ones, by their time.
+        std::deque<Presses> presses = {}; ///< The newest ones, by their time.
     };
     enum class Origin { OwnWindow, Monitor };
 
