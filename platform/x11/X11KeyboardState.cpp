@@ -4,6 +4,8 @@
 
 #include <xkbcommon/xkbcommon-x11.h>
 
+#include <utility>
+
 namespace {
 
 constexpr xcb_xkb_device_spec_t kCoreKeyboard = XCB_XKB_ID_USE_CORE_KBD;
@@ -54,20 +56,23 @@ void X11KeyboardState::_select(Wants wants)
 void X11KeyboardState::_read()
 {
     xcb_connection_t *c = _connection.get();
-    _state.reset();
     const int device = xkb_x11_get_core_keyboard_device_id(c);
-    _keymap.reset(device < 0 ? nullptr
-                             : xkb_x11_keymap_new_from_device(_context.get(), c, device,
-                                                              XKB_KEYMAP_COMPILE_NO_FLAGS));
-    if (_keymap)
-        _state.reset(xkb_state_new(_keymap.get()));
-    if (!_state)
+    XkbKeymap keymap(device < 0 ? nullptr
+                                : xkb_x11_keymap_new_from_device(_context.get(), c, device,
+                                                                 XKB_KEYMAP_COMPILE_NO_FLAGS));
+    XkbState state(keymap ? xkb_state_new(keymap.get()) : nullptr);
+    if (!state) {
+        // The one before stays. If it has changed while it was read, that is told as well.
         BRLog(BRLogWarning, "The X server's keymap cannot be read.");
+        return;
+    }
+    _state = std::move(state);
+    _keymap = std::move(keymap);
+    _layoutIsStale = true;
     const X11Modifiers modifiers = X11Modifiers::ofKeyboard(_connection, _keymap.get());
     {
         const PXLock lock(_lock);
         _modifiers = modifiers;
-        _layout = nullptr;
     }
     _readComponents();
     _update();
@@ -97,8 +102,9 @@ void X11KeyboardState::_update()
         = xkb_state_serialize_layout(_state.get(), XKB_STATE_LAYOUT_EFFECTIVE);
     const PXLock lock(_lock);
     const xkb_mod_mask_t numLock = _components.lockedMods & _modifiers.numLock;
-    if (_layout && active == _layoutGroup && numLock == _layoutNumLock)
+    if (!_layoutIsStale && active == _layoutGroup && numLock == _layoutNumLock)
         return;
+    _layoutIsStale = false;
     _layoutGroup = active;
     _layoutNumLock = numLock;
     _layout = std::make_shared<const X11KeyboardLayout>(_keymap.get(), active, numLock);

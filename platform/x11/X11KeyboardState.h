@@ -63,6 +63,7 @@ private:
     Components _components;
     bool _isStale = false;
     // What the layout was made from.
+    bool _layoutIsStale = true;
     xkb_layout_index_t _layoutGroup = 0;
     xkb_mod_mask_t _layoutNumLock = 0;
     mutable PXMutex _lock;
