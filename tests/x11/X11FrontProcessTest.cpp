@@ -96,8 +96,8 @@ TEST(X11Settings, AreReadFromWhateverBytesThereAre)
         char value;
     };
     const Damage damages[] = {
-        {"otherOrder", 0, 1},    {"noSettings", 8, 0},       {"fewerSettings", 8, 2},
-        {"unknownKind", 12, 3},  {"nameTooLong", 15, 0x7F},  {"textTooLong", 31, -1},
+        {"otherOrder", 0, 1},       {"noSettings", 8, 0},      {"fewerSettings", 8, 2},
+        {"unknownKind", 12, 3},     {"nameTooLong", 15, 0x7F}, {"textTooLong", 31, -1},
         {"nameOfAnother", 64, 'X'}, {"notANumber", 56, 1},
     };
     for (const Damage &damage : damages) {

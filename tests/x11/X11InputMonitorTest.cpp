@@ -68,12 +68,8 @@ protected:
 
     void type(const std::vector<std::vector<int>> &chords) const
     {
-        for (const std::vector<int> &keys : chords) {
-            for (const int key : keys)
-                _hand.keyDown(key + 8);
-            for (auto key = keys.rbegin(); key != keys.rend(); ++key)
-                _hand.keyUp(*key + 8);
-        }
+        for (const std::vector<int> &keys : chords)
+            chord(_hand, keys);
     }
 
     VirtualDisplay _display = VirtualDisplay(640, 480);
@@ -302,6 +298,21 @@ TEST_F(X11InputMonitorTest, HearsWhatAnotherProgramKeepsToItself)
     expectMouse(_listener, {{Dragged, PXMouseButton::Primary, 70, 60}}, "drag");
     _hand.release(Hand::LeftButton);
     expectMouse(_listener, {{Up, PXMouseButton::Primary, 70, 60}}, "release");
+}
+
+TEST_F(X11InputMonitorTest, EndsWithTheServer)
+{
+    const auto front = valueOf(_screen->makeFrontProcess());
+    const auto keyboard = valueOf(_screen->makeKeyboard());
+    _display.kill();
+    _monitor.reset(); // Returns.
+    const auto refused = keyboard->registerHotKey(0, PXModifierControl, [](double) { });
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, PXDisplayLost);
+    EXPECT_TRUE(keyboard->layout()); // The last one.
+    front->setFrontProcess({0, 1});
+    const auto monitor = _screen->makeInputMonitor(_listener);
+    EXPECT_FALSE(monitor);
 }
 
 } // namespace

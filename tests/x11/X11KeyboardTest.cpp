@@ -39,7 +39,7 @@ protected:
             ++_presses;
         }));
     }
-    void press(std::initializer_list<int> keys) const { chord(_hand, keys); }
+    void press(const std::vector<int> &keys) const { chord(_hand, keys); }
     /// Presses the hot key F12 and waits for it: what was before is told by then.
     int pressesSoFar()
     {
@@ -167,8 +167,8 @@ TEST_F(X11KeyboardTest, HotKeysWorkInEveryStateOfTheLocksAndInEveryGroup)
     const auto key = hotKey(kA, kBoth);
     int expected = 0;
     for (const std::uint8_t group : {std::uint8_t{0}, std::uint8_t{1}})
-        for (const std::initializer_list<int> lock :
-             {std::initializer_list<int>{}, {KEY_CAPSLOCK}, {KEY_NUMLOCK}, {KEY_CAPSLOCK}}) {
+        for (const std::vector<int> &lock :
+             std::vector<std::vector<int>>{{}, {KEY_CAPSLOCK}, {KEY_NUMLOCK}, {KEY_CAPSLOCK}}) {
             lockGroup(_test, group);
             press(lock);
             press({KEY_LEFTCTRL, KEY_LEFTALT, KEY_A});

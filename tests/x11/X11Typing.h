@@ -10,12 +10,13 @@
 
 #include <linux/input-event-codes.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
-#include <initializer_list>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 /// Runs one of the small programs that users set up keyboard and mouse with.
@@ -39,13 +40,14 @@ inline void setKeymap(const VirtualDisplay &display, const QString &layout)
 }
 
 /// Presses `keys` (Linux's numbers) together and lets them go in the other order.
-inline void chord(const Hand &hand, std::initializer_list<int> keys)
+inline void chord(const Hand &hand, std::vector<int> keys)
 {
     constexpr int offset = 8;
     for (const int key : keys)
         hand.keyDown(key + offset);
-    for (auto key = std::rbegin(keys); key != std::rend(keys); ++key)
-        hand.keyUp(*key + offset);
+    std::reverse(keys.begin(), keys.end());
+    for (const int key : keys)
+        hand.keyUp(key + offset);
 }
 
 /// Keeps what a monitor tells.
