@@ -29,6 +29,8 @@ X11KeyboardState::X11KeyboardState(X11Connection &connection, Wants wants)
     // First asked to be told, then looked: what changes in between is told again.
     _select(wants);
     _read();
+    if (const auto now = std::exchange(_ahead, {}))
+        _apply(now->components);
 }
 
 void X11KeyboardState::_select(Wants wants)
@@ -74,19 +76,26 @@ void X11KeyboardState::_read()
         const PXLock lock(_lock);
         _modifiers = modifiers;
     }
-    _readComponents();
+    _ahead = _readComponents();
     _update();
 }
 
-void X11KeyboardState::_readComponents()
+std::optional<X11KeyboardState::Ahead> X11KeyboardState::_readComponents()
 {
-    const auto reply = _connection.reply<xcb_xkb_get_state_reply>(
-        "xcb_xkb_get_state", xcb_xkb_get_state(_connection.get(), kCoreKeyboard));
+    const auto cookie = xcb_xkb_get_state(_connection.get(), kCoreKeyboard);
+    const auto reply = _connection.reply<xcb_xkb_get_state_reply>("xcb_xkb_get_state", cookie);
     if (!reply)
-        return;
+        return {};
     const xcb_xkb_get_state_reply_t &state = **reply;
-    _components = {state.baseMods,  state.latchedMods,  state.lockedMods,
-                   state.baseGroup, state.latchedGroup, state.lockedGroup};
+    return Ahead{{state.baseMods, state.latchedMods, state.lockedMods, state.baseGroup,
+                  state.latchedGroup, state.lockedGroup},
+                 cookie.sequence};
+}
+
+void X11KeyboardState::_apply(const Components &components)
+{
+    _components = components;
+    _update();
 }
 
 /// Brings state and layout to the components.
@@ -131,6 +140,9 @@ int X11KeyboardState::typeOf(const xcb_generic_event_t &event) const
 
 void X11KeyboardState::handleEvent(const xcb_generic_event_t &event)
 {
+    // Sequence numbers wrap around.
+    if (_ahead && static_cast<int>(event.full_sequence - _ahead->sequence) >= 0)
+        _apply(std::exchange(_ahead, {})->components);
     if ((event.response_type & 0x7F) == XCB_MAPPING_NOTIFY) {
         const auto &mapping = reinterpret_cast<const xcb_mapping_notify_event_t &>(event);
         _isStale = _isStale || mapping.request != XCB_MAPPING_POINTER;
@@ -143,9 +155,8 @@ void X11KeyboardState::handleEvent(const xcb_generic_event_t &event)
         break;
     case XCB_XKB_STATE_NOTIFY: {
         const auto &state = reinterpret_cast<const xcb_xkb_state_notify_event_t &>(event);
-        _components = {state.baseMods,  state.latchedMods,  state.lockedMods,
-                       state.baseGroup, state.latchedGroup, state.lockedGroup};
-        _update();
+        _apply({state.baseMods, state.latchedMods, state.lockedMods, state.baseGroup,
+                state.latchedGroup, state.lockedGroup});
         break;
     }
     default:
@@ -160,6 +171,16 @@ bool X11KeyboardState::refresh()
     _isStale = false;
     _read();
     return true;
+}
+
+bool X11KeyboardState::settle()
+{
+    if (!_ahead)
+        return false;
+    if (!std::exchange(_ahead->wasAwaited, true))
+        return true;
+    _apply(std::exchange(_ahead, {})->components);
+    return false;
 }
 
 std::uint32_t X11KeyboardState::modifierFlags() const
