@@ -18,6 +18,11 @@ public:
     onConnection(std::unique_ptr<X11Connection> connection);
 
     [[nodiscard]] PXProcessSerialNumber frontProcess() const override { return {0, _window}; }
+    [[nodiscard]] bool isSameProcess(PXProcessSerialNumber a,
+                                     PXProcessSerialNumber b) const override
+    {
+        return _windows.isSameClient(a.lowLongOfPSN, b.lowLongOfPSN);
+    }
     PXObservation addSwitchedObserver(std::function<void()> switched) override
     {
         return _observers.add(std::move(switched));

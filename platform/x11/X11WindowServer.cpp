@@ -101,6 +101,13 @@ void X11WindowServer::handleEvent(const xcb_generic_event_t &event)
         _compositingObservers.tell();
 }
 
+PXPixelRect X11WindowServer::pointerPixel() const
+{
+    const auto pointer = _connection->replyIfThere<xcb_query_pointer_reply>(
+        xcb_query_pointer(_connection->get(), _connection->root()));
+    return pointer ? PXPixelRect{pointer->root_x, pointer->root_y, 1, 1} : PXPixelRect{};
+}
+
 bool X11WindowServer::prefersReducedMotion() const
 {
     return X11Settings::integer(*_connection, "Gtk/EnableAnimations") == 0;

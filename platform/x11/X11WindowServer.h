@@ -27,6 +27,7 @@ public:
         return _compositingObservers.add(std::move(changed));
     }
 
+    [[nodiscard]] PXPixelRect pointerPixel() const override;
     [[nodiscard]] bool prefersReducedMotion() const override;
 
     void setLevel(WindowID window, PXWindowLevel level) override;
