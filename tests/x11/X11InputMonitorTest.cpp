@@ -306,7 +306,7 @@ TEST_F(X11InputMonitorTest, EndsWithTheServer)
     const auto keyboard = valueOf(_screen->makeKeyboard());
     _display.kill();
     _monitor.reset(); // Returns.
-    const auto refused = keyboard->registerHotKey(0, PXModifierControl, [](double) { });
+    const auto refused = keyboard->registerHotKey(0, PXModifierControl, [](double) {});
     ASSERT_FALSE(refused);
     EXPECT_EQ(refused.error().code, PXDisplayLost);
     EXPECT_TRUE(keyboard->layout()); // The last one.
