@@ -9,6 +9,7 @@
 #include <QGuiApplication>
 #include <QKeyEvent>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -30,6 +31,8 @@ float BRScreenHeightForPoint(const PXMainDisplay &mainDisplay, PXPoint point)
 }
 
 namespace {
+
+constexpr std::size_t kRememberedPresses = 8;
 
 std::optional<PXShortcut> shortcutInDefaults(const QString &key)
 {
@@ -133,7 +136,9 @@ void BRApplication::_registerShortcut(const std::optional<PXShortcut> &shortcut,
     hotKey.modifiers = shortcut->modifiers();
     auto registration
         = _keyboard->registerHotKey(hotKey.keyCode, hotKey.modifiers, [this, &hotKey](double time) {
-              PXMainThread::post(this, [this, &hotKey, time] { _hotKeyHandler(hotKey, time); });
+              PXMainThread::post(this, [this, &hotKey, time] {
+                  _hotKeyHandler(hotKey, time, &Presses::ofHotKey);
+              });
           });
     if (registration)
         hotKey.registration = *std::move(registration);
@@ -151,10 +156,20 @@ BRApplication::HotKey *BRApplication::_hotKeyOf(const PXKeyEvent &event)
 }
 
 /// While another program keeps the keyboard to itself only the monitor sees the press; else both
-/// tell of it.
-void BRApplication::_hotKeyHandler(HotKey &hotKey, double timestamp)
+/// tell of it, and the first one counts.
+void BRApplication::_hotKeyHandler(HotKey &hotKey, double timestamp, int Presses::*teller)
 {
-    if (!hotKey.registration || std::exchange(hotKey.lastPress, timestamp) == timestamp)
+    if (!hotKey.registration)
+        return;
+    auto presses = std::find_if(hotKey.presses.begin(), hotKey.presses.end(),
+                                [&](const Presses &at) { return at.timestamp == timestamp; });
+    if (presses == hotKey.presses.end()) {
+        if (hotKey.presses.size() == kRememberedPresses)
+            hotKey.presses.pop_front();
+        presses = hotKey.presses.insert(presses, {timestamp});
+    }
+    const int before = std::max(presses->ofHotKey, presses->ofMonitor);
+    if (++((*presses).*teller) <= before)
         return;
     if (hotKey.id == HotKeyID::Activation)
         activationHotKey();
@@ -300,7 +315,7 @@ bool BRApplication::_sendEvent(const PXKeyEvent &event, Origin origin)
     if (origin == Origin::Monitor) {
         if (HotKey *const hotKey = _hotKeyOf(event)) {
             if (event.type == PXKeyEventType::KeyDown && !event.isARepeat)
-                _hotKeyHandler(*hotKey, event.timestamp);
+                _hotKeyHandler(*hotKey, event.timestamp, &Presses::ofMonitor);
             return true;
         }
         // Those of our own windows come from the toolkit.

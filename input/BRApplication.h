@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QString>
 
+#include <deque>
 #include <memory>
 #include <optional>
 #include <variant>
@@ -101,19 +102,25 @@ public:
 
 private:
     enum class HotKeyID { Activation = 1, ToggleCameraMode = 2 };
+    /// Those of one millisecond, which is as exact as times are, by who has told of them.
+    struct Presses {
+        double timestamp;
+        int ofHotKey = 0;
+        int ofMonitor = 0;
+    };
     struct HotKey {
         HotKeyID id;
         std::unique_ptr<PXHotKey> registration; ///< Null: not registered.
         std::uint16_t keyCode = 0;
         std::uint32_t modifiers = 0;
-        double lastPress = -1; ///< Its timestamp.
+        std::deque<Presses> presses = {}; ///< The newest ones, by their time.
     };
     enum class Origin { OwnWindow, Monitor };
 
     bool _openKeyboard();
     void _registerShortcut(const std::optional<PXShortcut> &shortcut, HotKey &hotKey);
     HotKey *_hotKeyOf(const PXKeyEvent &event);
-    void _hotKeyHandler(HotKey &hotKey, double timestamp);
+    void _hotKeyHandler(HotKey &hotKey, double timestamp, int Presses::*teller);
     void activationHotKey();
     void toggleCameraModeHotKey();
     void _report(const QString &message);
