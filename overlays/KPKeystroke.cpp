@@ -82,13 +82,6 @@ QString printable(QString text)
     return text;
 }
 
-/// As it is printed on a key: one that has no capital ("ß") is not shown as two.
-QString capital(const QString &text)
-{
-    const QString upper = text.toUpper();
-    return upper.size() == text.size() ? upper : text;
-}
-
 } // namespace
 
 QString KPKeystrokePiece::counter() const
@@ -116,7 +109,7 @@ QString KPKeystroke::displayStringFromEvent(const PXKeyEvent &event, KPKeystroke
     }
     keystrokeType = isShortcut ? KPKeystrokeType::Shortcut : KPKeystrokeType::Character;
     if ((held & ~std::uint32_t{PXModifierShift}) != 0)
-        return prefix + capital(printable(translation));
+        return prefix + printable(translation).toUpper();
     return printable(event.characters);
 }
 

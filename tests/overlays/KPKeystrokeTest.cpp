@@ -43,7 +43,7 @@ TEST(KPKeystroke, ShowsWhatTheUserPressed)
         {"shiftReturn", keyDown(36, kShift, u"\r"_s, {}), u"⇧↩"_s, SpecialKey},
         {"controlReturn", keyDown(36, kControl, u"\r"_s, {}), u"⌃↩"_s, Shortcut},
         {"optionReturn", keyDown(36, kOption, u"\r"_s, {}), u"⌥↩"_s, SpecialKey},
-        {"noCapital", keyDown(27, kCommand, u"ß"_s, {}), u"⌘ß"_s, Shortcut},
+        {"twoCapitals", keyDown(27, kCommand, u"ß"_s, {}), u"⌘SS"_s, Shortcut},
         {"unknownWithCommand", keyDown(kUnknownKey, kCommand, {}, {}), u"⌘"_s, Shortcut},
         {"controlCharacter", keyDown(kUnknownKey, kCommand, u"\u0010"_s, {}), u"⌘"_s, Shortcut},
         {"namelessFunctionKey", keyDown(kUnknownKey, kCommand, u"\uF727"_s, {}), u"⌘"_s, Shortcut},
