@@ -234,10 +234,7 @@ TEST_F(BRDamagedFileTest, RectanglesThatCannotBe)
         {"countOfTheLargestNumber", 0, "ffffffff"},
         {"timeIsNoNumber", 4, "000000000000f87f"},
         {"outsideTheSelection", 12, "01000000"},
-        {"widthWrapsAround", 12,
-         "02000000"
-         "00000000"
-         "ffffffff"},
+        {"widthWrapsAround", 12, "02000000 00000000 ffffffff"},
         {"heightOfTheLargestNumber", 24, "ffffffff"},
         {"lengthBeyondTheFile", 28, "ffffffff"},
         {"nothingWhereAPictureShouldBe", 28, "00000000"},

@@ -117,33 +117,6 @@ TEST_F(BRFrameFileRepairTest, DoesNotTakeZerosForFrames)
     EXPECT_EQ(framesOf(*reader()).size(), expected);
 }
 
-TEST_F(BRFrameFileRepairTest, CanBeginAgainWhereItWasKilled)
-{
-    record(BRRawCompression::LZO);
-    const QByteArray cut = contents(path).chopped(5);
-    const QByteArray index = contents(indexPath);
-    const std::size_t expected = kFrames - 1;
-    const QByteArray repairedIndex = index.first(qsizetype(expected) * 24);
-    const struct {
-        const char *name;
-        QByteArray file;
-        QByteArray index;
-    } states[] = {
-        {"theIndexIsWritten", cut, repairedIndex},
-        {"theFileIsCut", cut.first(frameEnds[expected - 1]), repairedIndex},
-    };
-    for (const auto &c : states) {
-        fill(path, c.file);
-        fill(indexPath, c.index);
-        for (int time = 0; time < 2; ++time) {
-            const auto repaired = BRRepairFrameFile(path);
-            ASSERT_TRUE(repaired) << c.name;
-            EXPECT_EQ(repaired->frames, expected) << c.name;
-        }
-        EXPECT_EQ(framesOf(*reader()).size(), expected) << c.name;
-    }
-}
-
 TEST_F(BRFrameFileRepairTest, LeavesAloneWhatItDoesNotKnow)
 {
     record(BRRawCompression::LZO);

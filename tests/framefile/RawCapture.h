@@ -20,6 +20,12 @@ inline std::mt19937 repeatableNumbers(std::uint32_t seed)
     return std::mt19937(seed);
 }
 
+/// Bytes from hexadecimal digits; spaces between them are for the reader.
+inline QByteArray hex(const char *digits)
+{
+    return QByteArray::fromHex(digits);
+}
+
 /// A picture of words with alpha in the top byte, top row first.
 using Picture = std::vector<std::uint32_t>;
 
@@ -99,12 +105,19 @@ public:
     /// Paints a new frame, writes it, and remembers the rectangles and the picture.
     PXExpected<void> writeFrame(BRFrameStreamer &streamer, double timestamp)
     {
-        rects.clear();
+        std::vector<PXRect> changed;
         const bool isKeyFrame = timestamp == 0
             || (framesBetweenKeyFrames > 0 && ++_framesSinceKeyFrame >= framesBetweenKeyFrames);
         _framesSinceKeyFrame = isKeyFrame ? 0 : _framesSinceKeyFrame;
         for (int i = isKeyFrame ? 0 : static_cast<int>(random() % 4); i >= 0; --i)
-            rects.push_back(isKeyFrame ? PXRect{0, 0, float(width), float(height)} : randomRect());
+            changed.push_back(isKeyFrame ? PXRect{0, 0, float(width), float(height)}
+                                         : randomRect());
+        return writeFrame(streamer, timestamp, changed);
+    }
+    PXExpected<void> writeFrame(BRFrameStreamer &streamer, double timestamp,
+                                const std::vector<PXRect> &changed)
+    {
+        rects = changed;
         for (const PXRect &rect : rects)
             paint(rect);
         // The alpha is whatever the X server left there.
