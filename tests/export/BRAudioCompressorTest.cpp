@@ -201,26 +201,3 @@ TEST_F(SoundCompression, TakesSamplesAsDeepAsTheyAreStored)
         EXPECT_EQ(extract<std::int16_t>(output()).at(24000), row.rounded);
     }
 }
-
-TEST_F(SoundCompression, SaysWhatItMakesOfAnOpenSourceOnly)
-{
-    const auto all = [&] {
-        return QStringList{compressor.summaryString(),    compressor.compressorName(),
-                           compressor.sampleRateString(), compressor.channelLayoutString(),
-                           compressor.sampleSizeString(), compressor.bitRateString()};
-    };
-    const QStringList nothing(6, QString());
-    makeSoundFile(source(), {"sowt", 44100, 1}, chirp(44100, 1, 4410));
-    choose("aac ", 96000);
-    EXPECT_EQ(all(), nothing);
-    ASSERT_TRUE(compressor.openSourceFileAtPath(source()));
-    EXPECT_EQ(all(),
-              (QStringList{u"AAC, Mono, 44.1 kHz, 96 kbps"_s, u"AAC"_s, u"44.1 kHz"_s, u"Mono"_s,
-                           QString(), u"96 kbps"_s}));
-    choose("alac", 96000);
-    EXPECT_EQ(compressor.summaryString(), u"Apple Lossless, Mono, 44.1 kHz"_s);
-    compress(output());
-    EXPECT_EQ(all(), nothing);
-    EXPECT_FALSE(compressor.openSourceFileAtPath(folder.filePath(u"missing.mov"_s)));
-    EXPECT_EQ(all(), nothing);
-}

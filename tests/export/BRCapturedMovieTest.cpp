@@ -1,58 +1,37 @@
 #include "export/BRCapturedMovie.h"
 
-#include "capture/framefile/BRFrameStreamer.h"
-#include "platform/ffmpeg/FFmpegMediaPlatform.h"
-#include "tests/ffmpeg/SoundMaker.h"
+#include "tests/export/LibraryFolder.h"
 #include "tests/ffmpeg/SoundProbe.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QEventLoop>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QThread>
 
 #include <cerrno>
 #include <functional>
 
-using namespace Qt::StringLiterals;
 using testing::ElementsAre;
 
 namespace {
 
 /// A capture of a second and a half, exported into a folder of its own.
-class MovieWithSound : public testing::Test, private BRCapturedMovieDelegate {
+class MovieWithSound : public testing::Test,
+                       protected LibraryFolder,
+                       private BRCapturedMovieDelegate {
 protected:
     MovieWithSound()
     {
         qputenv("TMPDIR", QFile::encodeName(temporary.path()));
-        record(3);
+        record(u"A"_s, End::Stopped, 3);
     }
     ~MovieWithSound() override { qunsetenv("TMPDIR"); }
 
-    void record(int frames) const
-    {
-        auto streamer
-            = BRFrameStreamer::withFilePathForWriting(video(), {32, 24}, BRRawCompression::LZO, 0)
-                  .value();
-        std::vector<std::uint32_t> pixels(std::size_t{32} * 24, 0x203040);
-        const PXRect rect{0, 0, 32, 24};
-        for (int i = 0; i < frames; ++i) {
-            EXPECT_TRUE(streamer->writeFrameWithDirtyRects({&rect, 1}, i / 2.0));
-            EXPECT_TRUE(streamer->writeDirtyRect(
-                rect, rect, {reinterpret_cast<std::byte *>(pixels.data()), 128, 32, 24}));
-        }
-        EXPECT_TRUE(streamer->setDuration((frames - 1) / 2.0));
-        EXPECT_TRUE(streamer->setTotalNumberOfFrames(static_cast<std::uint32_t>(frames)));
-    }
-    [[nodiscard]] QString video() const
-    {
-        return capture.filePath(u"Brimmet Capture Video Data"_s);
-    }
-    [[nodiscard]] QString sound() const { return capture.filePath(kBRCaptureAudioDataName); }
+    [[nodiscard]] QString video() const { return fileOf(u"A"_s, kBRCaptureVideoDataName); }
+    [[nodiscard]] QString sound() const { return fileOf(u"A"_s, kBRCaptureAudioDataName); }
     [[nodiscard]] QString output() const { return folder.filePath(u"Movie.mov"_s); }
     static QStringList filesIn(const QTemporaryDir &where)
     {
@@ -61,8 +40,8 @@ protected:
 
     std::unique_ptr<BRCapturedMovie> open(bool hasAudio = true)
     {
-        const QVariantMap info{{u"hasAudio"_s, hasAudio}, {u"width"_s, 32}, {u"height"_s, 24}};
-        auto movie = std::make_unique<BRCapturedMovie>(video(), info, platform, defaults);
+        const QVariantMap info{{u"hasAudio"_s, hasAudio}, {u"width"_s, 40}, {u"height"_s, 30}};
+        auto movie = std::make_unique<BRCapturedMovie>(video(), info, media, defaults);
         movie->frameCompressor().compressionOptions().codec = PXFourCharCode("raw ");
         return movie;
     }
@@ -87,11 +66,8 @@ protected:
         EXPECT_EQ(filesIn(temporary), QStringList()) << "the sound on its way";
     }
 
-    QTemporaryDir capture;
     QTemporaryDir folder;
     QTemporaryDir temporary;
-    FFmpegMediaPlatform platform;
-    PXDefaults defaults{capture.filePath(u"defaults.plist"_s)};
     QStringList events;
     std::function<void(BRCapturedMovie &)> onVideo; ///< When the pictures begin,
     std::function<void(BRCapturedMovie &)> onSound; ///< and the sound.
@@ -206,7 +182,7 @@ TEST_F(MovieWithSound, EndsWithoutSoundWhereThereIsNone)
             file.write(*row.sound);
         }
         if (row.end == u"cancelled"_s)
-            record(20'000); // It must not be over before it is cancelled.
+            record(u"A"_s, End::Stopped, 20'000); // It must not be over before it is cancelled.
         const auto movie = open(row.hasAudio);
         EXPECT_EQ(movie->hasAudio(), row.hasAudio);
         EXPECT_EQ(movie->includeAudio(), row.hasAudio);
