@@ -2,8 +2,8 @@
 #include "audio/PXAuthentication.h"
 #include "platform/pulse/PulseSoundPlatform.h"
 #include "tests/audio/PrivateFolders.h"
-#include "tests/audio/WaitUntil.h"
 #include "tests/support/SoundServer.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
@@ -80,7 +80,7 @@ TEST_P(AudioDriverInServer, ComesBackWithTheServerUntilItIsUninstalled)
     server.kill();
     EXPECT_FALSE(BRAudioRecorder::isKernelExtensionInstalled(sound));
     server.start();
-    waitUntil([&] { return BRAudioRecorder::isKernelExtensionInstalled(sound); });
+    EXPECT_TRUE(waitUntil([&] { return BRAudioRecorder::isKernelExtensionInstalled(sound); }));
     EXPECT_TRUE(server.pactl({u"list"_s, u"sinks"_s}).contains(u"tolvane.virtual = \"1\""_s));
 
     ASSERT_TRUE(BRAudioRecorder::uninstallKernelExtension(authentication, sound));
