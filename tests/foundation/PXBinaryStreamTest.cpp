@@ -100,15 +100,6 @@ TEST_F(PXBinaryStreamTest, TheEndReadsAsZeros)
     EXPECT_TRUE(stream.isEndOfFile());
 }
 
-TEST_F(PXBinaryStreamTest, WritingEmptiesAnExistingFile)
-{
-    fill("old");
-    PXBinaryStream stream(path);
-    ASSERT_TRUE(stream.open(6));
-    EXPECT_EQ(stream.length(), 0U);
-    EXPECT_TRUE(stream.isLittleEndian());
-}
-
 TEST_F(PXBinaryStreamTest, OpenErrorsCarryCodeAndPath)
 {
     const struct {
@@ -163,18 +154,6 @@ TEST_F(PXBinaryStreamTest, TruncateForgetsWhatWasBuffered)
     stream.writeLong(3);
     ASSERT_TRUE(stream.flush());
     EXPECT_EQ(contents().toHex(), "0100000003000000");
-}
-
-TEST(PXAllocation, ASizeBeyondTheLimitIsToldAndGivenAllTheSame)
-{
-    testing::internal::CaptureStdout();
-    PXBuffer small(static_cast<std::byte *>(PXmalloc2(16, 16, "Source/Here", 7)));
-    PXBuffer large(static_cast<std::byte *>(PXmalloc2(17, 16, "Source/Here", 7)));
-    PXBuffer pages(static_cast<std::byte *>(PXvalloc2(17, 16, "Source/There", 8)));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Source/Here:7: PXmalloc beyond limit\nSource/There:8: PXvalloc beyond limit\n");
-    ASSERT_TRUE(small && large && pages);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pages.get()) % 4096, 0U);
 }
 
 } // namespace

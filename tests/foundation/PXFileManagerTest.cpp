@@ -1,6 +1,5 @@
 #include "foundation/PXFileManager.h"
 #include "foundation/FSByteFormatter.h"
-#include "foundation/PXResources.h"
 
 #include <gtest/gtest.h>
 
@@ -113,18 +112,6 @@ TEST(FSByteFormatter, RoundsBeforeItChoosesTheUnit)
         EXPECT_EQ(english.stringForObjectValue(c.bytes), c.text);
     const FSByteFormatter german(QLocale(QLocale::German, QLocale::Germany));
     EXPECT_EQ(german.stringForObjectValue(2'500'000), u"2,5 MB"_s);
-}
-
-TEST(PXResources, TheNamedFolderComesFirst)
-{
-    // The test program has no share/tolvane beside it, so this is the source tree's.
-    EXPECT_TRUE(PXResources::pathForResource(u"Defaults"_s, u"plist"_s));
-    const QTemporaryDir folder;
-    touch(folder.filePath(u"tool"_s));
-    qputenv("TOLVANE_RESOURCES", folder.path().toUtf8());
-    EXPECT_EQ(PXResources::pathForResource(u"tool"_s, {}), folder.filePath(u"tool"_s));
-    EXPECT_FALSE(PXResources::pathForResource(u"Defaults"_s, u"plist"_s));
-    qunsetenv("TOLVANE_RESOURCES");
 }
 
 } // namespace
