@@ -83,12 +83,4 @@ TEST_F(BRSessionOptionsTest, FractionsReachTheRecorderButNotTheMovieInfo)
     EXPECT_TRUE(file.readAll().startsWith("<?xml"));
 }
 
-TEST_F(BRSessionOptionsTest, TheMoviesFolderMustBeThere)
-{
-    const QString missing = _folder.filePath(u"missing"_s);
-    const auto written = BRSessionOptions::writeMovieInfo({}, missing);
-    ASSERT_FALSE(written);
-    EXPECT_TRUE(written.error().description.contains(missing));
-}
-
 } // namespace

@@ -155,34 +155,4 @@ TEST(PXTranslations, WhatATranslationLacksIsEnglish)
     EXPECT_EQ(qtTrId("BRSelectButtonCaption"), u"Select"_s) << "not there";
 }
 
-TEST(PXTranslations, TheUsersLanguageIsTheEnvironments)
-{
-    const struct {
-        const char *name;
-        QList<std::pair<QString, QString>> variables;
-        QString language;
-    } rows[] = {
-        {"lang", {{u"LANG"_s, u"de_DE.UTF-8"_s}}, u"de"_s},
-        {"messages",
-         {{u"LANG"_s, u"de_DE.UTF-8"_s}, {u"LC_MESSAGES"_s, u"fr_FR.UTF-8"_s}},
-         u"fr"_s},
-        {"all", {{u"LC_MESSAGES"_s, u"fr_FR.UTF-8"_s}, {u"LC_ALL"_s, u"de_CH.UTF-8"_s}}, u"de"_s},
-        {"language", {{u"LC_ALL"_s, u"de_DE.UTF-8"_s}, {u"LANGUAGE"_s, u"ja:fr_CA:de"_s}}, u"fr"_s},
-        {"none", {{u"LANG"_s, u"C.UTF-8"_s}}, u"en"_s},
-    };
-    for (const auto &row : rows) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"})
-            environment.remove(QLatin1StringView(name));
-        for (const auto &[name, value] : row.variables)
-            environment.insert(name, value);
-        QProcess program;
-        program.setProcessEnvironment(environment);
-        program.start(QStringLiteral(TRANSLATIONS_LANGUAGE), QStringList());
-        ASSERT_TRUE(program.waitForFinished(-1));
-        EXPECT_EQ(QString::fromUtf8(program.readAllStandardOutput()).trimmed(), row.language)
-            << row.name;
-    }
-}
-
 } // namespace

@@ -20,6 +20,15 @@ VirtualDisplay &CommandLineTest::display()
     return theDisplay;
 }
 
+QStringList CommandLineTest::words(const char *line) const
+{
+    QStringList words = QString::fromUtf8(line).split(u' ', Qt::SkipEmptyParts);
+    for (QString &word : words)
+        if (word.startsWith(u"~/"))
+            word.replace(0, 1, _home.path());
+    return words;
+}
+
 void CommandLineTest::prepare(QProcess &process, const Variables &variables) const
 {
     auto environment = QProcessEnvironment::systemEnvironment();
@@ -62,6 +71,13 @@ Outcome CommandLineTest::run(const QStringList &arguments, const Variables &vari
     return outcomeOf(process);
 }
 
+QString CommandLineTest::record(const char *more) const
+{
+    const Outcome outcome = run(words("record --movies-folder ~/Movies") + words(more));
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    return outcome.output.trimmed();
+}
+
 QJsonObject CommandLineTest::infoOf(const QString &movie) const
 {
     return QJsonDocument::fromJson(run({u"info"_s, movie, u"--json"_s}).output.toUtf8()).object();
@@ -76,6 +92,20 @@ std::vector<QImage> CommandLineTest::picturesOf(const QString &movie) const
     for (const QString &name : folder.entryList({u"*.png"_s}, QDir::Files, QDir::Name))
         pictures.push_back(QImage(folder.filePath(name)).convertToFormat(QImage::Format_RGB32));
     return pictures;
+}
+
+void CommandLineTest::write(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+}
+
+QByteArray CommandLineTest::read(const QString &path)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+    return file.readAll();
 }
 
 void CommandLineTest::waitUntil(const std::function<bool()> &isTrue, const char *what)
