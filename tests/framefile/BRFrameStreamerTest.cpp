@@ -26,7 +26,7 @@ TEST_F(BRFrameStreamerTest, AOneFrameRecordingByteForByte)
     const PXRect whole{0, 0, 3, 2};
     const auto streamer = writer({3, 2}, BRRawCompression::RLE);
     ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{whole}, 0));
-    EXPECT_EQ(contents(indexPath), "") << "no record before its frame";
+    EXPECT_EQ(contentsOf(indexPath), "") << "no record before its frame";
     ASSERT_TRUE(streamer->writeDirtyRect(whole, whole, viewOf(pixels, 3, 2)));
 
     // Nothing waits in the program: both files are read while the writer is open.
@@ -34,14 +34,14 @@ TEST_F(BRFrameStreamerTest, AOneFrameRecordingByteForByte)
                             "02000000 01000000 01");
     const QByteArray frame = hex("01000000 0000000000000000 00000000 00000000 03000000 02000000"
                                  "07000000 00000100000103 07000000 aabbccaabbcc03");
-    EXPECT_EQ(contents(path).toHex(), (header + frame).toHex());
-    EXPECT_EQ(contents(indexPath), hex("00000000 2900000000000000 0000000000000000 01000000"));
+    EXPECT_EQ(contentsOf(path).toHex(), (header + frame).toHex());
+    EXPECT_EQ(contentsOf(indexPath), hex("00000000 2900000000000000 0000000000000000 01000000"));
     EXPECT_EQ(streamer->bytesReadWritten(), 12U + 16 + 22);
 
     ASSERT_TRUE(streamer->setDuration(1.5));
     ASSERT_TRUE(streamer->setTotalNumberOfFrames(1));
     header.replace(20, 12, hex("000000000000f83f 01000000"));
-    EXPECT_EQ(contents(path), header + frame);
+    EXPECT_EQ(contentsOf(path), header + frame);
     EXPECT_EQ(streamer->bytesReadWritten(), 12U + 16 + 22 + 12);
 }
 
@@ -81,13 +81,13 @@ TEST_F(BRFrameStreamerTest, ARectangleOfAFrameInEachCompression)
         const PXRect dirty{1, 0, 2, 2};
         ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{dirty}, 0.25)) << c.name;
         ASSERT_TRUE(streamer->writeDirtyRect(dirty, dirty, viewOf(pixels, 3, 2))) << c.name;
-        const QByteArray bytes = contents(path);
+        const QByteArray bytes = contentsOf(path);
         EXPECT_EQ(bytes.mid(32, 9).toHex(), c.header.toHex()) << c.name;
         EXPECT_EQ(bytes.mid(41).toHex(),
                   (hex("01000000 000000000000d03f 01000000 00000000 02000000 02000000") + c.stored)
                       .toHex())
             << c.name;
-        EXPECT_EQ(contents(indexPath).right(4).toHex(), "00000000") << "not a key frame";
+        EXPECT_EQ(contentsOf(indexPath).right(4).toHex(), "00000000") << "not a key frame";
         const bool isNone = c.compression == BRRawCompression::None;
         EXPECT_EQ(streamer->bytesReadWritten(),
                   12U + 16 + (isNone ? 4 + 16 : std::uint64_t(c.stored.size())))
@@ -101,7 +101,7 @@ TEST_F(BRFrameStreamerTest, CoordinatesAreTruncatedAndClamped)
     const PXRect empty{-4, 1e10F, 2.9F, 0};
     ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{empty}, 0));
     ASSERT_TRUE(streamer->writeDirtyRect(empty, empty, {}));
-    EXPECT_EQ(contents(path).mid(53), hex("00000000 ffffffff 02000000 00000000"));
+    EXPECT_EQ(contentsOf(path).mid(53), hex("00000000 ffffffff 02000000 00000000"));
 }
 
 struct RoundTripCase {

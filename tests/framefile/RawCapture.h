@@ -2,16 +2,15 @@
 
 #include "capture/framefile/BRFrameAssembler.h"
 #include "capture/framefile/BRFrameStreamer.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <cstdint>
 #include <cstring>
 #include <random>
-#include <string>
 #include <vector>
 
 /// The same numbers in every run, so that a failure can be repeated.
@@ -35,22 +34,6 @@ protected:
     QTemporaryDir folder;
     QString path = folder.filePath(QStringLiteral("frames"));
     QString indexPath = path + QStringLiteral(".index");
-
-    static QByteArray contents(const QString &of)
-    {
-        QFile file(of);
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return file.readAll();
-    }
-    static void fill(const QString &where, const QByteArray &bytes)
-    {
-        // Some file systems flush a file that was emptied and written again: thousands of times
-        // here.
-        QFile::remove(where);
-        QFile file(where);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        ASSERT_EQ(file.write(bytes), bytes.size());
-    }
 
     std::unique_ptr<BRFrameStreamer> writer(PXSize size, BRRawCompression compression,
                                             int lossyLevel = 0) const
