@@ -1,21 +1,14 @@
 #include "foundation/PXFileManager.h"
 #include "foundation/FSByteFormatter.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-void touch(const QString &path)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
-}
 
 TEST(PXFileManager, UniquePathsKeepTheirExtension)
 {
@@ -36,7 +29,7 @@ TEST(PXFileManager, UniquePathsKeepTheirExtension)
     QDir(folder.path()).mkdir(u"v1.2"_s);
     for (const auto &c : cases) {
         for (const QString &name : c.taken)
-            touch(folder.filePath(name));
+            writeFile(folder.filePath(name));
         EXPECT_EQ(PXFileManager::uniquePathForFileWithDesiredPath(folder.filePath(c.desired)),
                   folder.filePath(c.unique));
     }
@@ -56,7 +49,7 @@ TEST(PXFileManager, CreatesFoldersUpToTheFirstFailure)
 
     EXPECT_TRUE(PXFileManager::createAllDirectoriesForPath({})); // Nothing to make.
 
-    touch(folder.filePath(u"a/file"_s));
+    writeFile(folder.filePath(u"a/file"_s));
     const QString blocked = folder.filePath(u"a/file/c"_s);
     const auto made = PXFileManager::createAllDirectoriesForPath(blocked);
     ASSERT_FALSE(made);
