@@ -7,14 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QFile>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <random>
-#include <stdexcept>
 #include <vector>
 
 using namespace Qt::StringLiterals;

@@ -5,17 +5,14 @@
 #include "tests/ffmpeg/SoundMaker.h"
 #include "tests/ffmpeg/SoundProbe.h"
 #include "tests/support/FileSizeLimit.h"
+#include "tests/support/Files.h"
 #include "tests/support/Sanitizers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <cerrno>
-#include <functional>
 #include <stop_token>
 
 using namespace Qt::StringLiterals;
@@ -34,16 +31,9 @@ QString makeVideo(MovieMaker &maker)
     return maker.finish();
 }
 
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
-    return file.readAll();
-}
-
 QStringList everythingBeside(const QString &path)
 {
-    return QFileInfo(path).dir().entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    return everythingIn(QFileInfo(path).path());
 }
 
 /// How the first track is described, without the bit rates of MPEG-4, which the reader does not
@@ -147,13 +137,13 @@ TEST(MovieRewriter, LeavesTheTargetWhereThereIsNothingToInsert)
     makeSoundFile(silent, {"aac ", 48000, 2, PXSoundFileKind::Fragmented}, std::vector<float>());
     MovieMaker maker(optionsFor("avc1", 64, 48));
     const QString empty = maker.finish(); // A track without pictures: it lasts for nothing.
-    const QByteArray before = contents(empty);
+    const QByteArray before = contentsOf(empty);
     EXPECT_TRUE(platform.insertSoundTrack(sound, empty));
     EXPECT_TRUE(platform.flattenMovie(empty));
-    EXPECT_EQ(contents(empty), before);
-    const QByteArray soundBefore = contents(sound);
+    EXPECT_EQ(contentsOf(empty), before);
+    const QByteArray soundBefore = contentsOf(sound);
     EXPECT_TRUE(platform.insertSoundTrack(silent, sound));
-    EXPECT_EQ(contents(sound), soundBefore);
+    EXPECT_EQ(contentsOf(sound), soundBefore);
 }
 
 TEST(MovieRewriter, NamesTheFileThatItCannotUse)
@@ -164,8 +154,8 @@ TEST(MovieRewriter, NamesTheFileThatItCannotUse)
     makeSoundFile(good, {"aac "}, chirp(48000, 2, 48000));
     ASSERT_TRUE(platform.insertSoundTrack(good, good)); // Its index is in front now.
     MovieMaker maker(optionsFor("raw ", 64, 48));
-    const QByteArray video = contents(makeVideo(maker));
-    const QByteArray whole = contents(good);
+    const QByteArray video = contentsOf(makeVideo(maker));
+    const QByteArray whole = contentsOf(good);
     const struct {
         const char *name;
         std::optional<QByteArray> bytes; ///< None is a folder.
@@ -182,9 +172,7 @@ TEST(MovieRewriter, NamesTheFileThatItCannotUse)
     for (const auto &row : cases) {
         const QString bad = folder.filePath(u"bad: "_s + QLatin1String(row.name));
         if (row.bytes) {
-            QFile file(bad);
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(*row.bytes);
+            writeFile(bad, *row.bytes);
         } else {
             QDir().mkdir(bad);
         }
@@ -199,7 +187,7 @@ TEST(MovieRewriter, NamesTheFileThatItCannotUse)
             check(platform.insertSoundTrack(good, bad));
             check(platform.flattenMovie(bad));
         }
-        EXPECT_EQ(contents(good), whole) << row.name;
+        EXPECT_EQ(contentsOf(good), whole) << row.name;
     }
     EXPECT_FALSE(platform.flattenMovie(folder.filePath(u"missing.mov"_s)));
 }
@@ -210,7 +198,7 @@ TEST(MovieRewriter, AStopAndAFullDiskLeaveTheTargetAndNothingElse)
     const QString path = folder.filePath(u"movie.mov"_s);
     FFmpegMediaPlatform platform;
     makeSoundFile(path, {"sowt", 48000, 2, PXSoundFileKind::Fragmented}, chirp(48000, 2, 96000));
-    const QByteArray before = contents(path);
+    const QByteArray before = contentsOf(path);
     std::stop_source stopped;
     stopped.request_stop();
     const struct {
@@ -235,7 +223,7 @@ TEST(MovieRewriter, AStopAndAFullDiskLeaveTheTargetAndNothingElse)
             ASSERT_FALSE(outcome) << row.name;
             EXPECT_EQ(outcome.error().code, row.code) << row.name;
         }
-        EXPECT_EQ(contents(path), before) << row.name;
+        EXPECT_EQ(contentsOf(path), before) << row.name;
         EXPECT_EQ(everythingBeside(path), QStringList(u"movie.mov"_s)) << row.name;
     }
     EXPECT_TRUE(platform.flattenMovie(path));

@@ -3,12 +3,10 @@
 #include "tests/ffmpeg/MovieProbe.h"
 #include "tests/ffmpeg/SoundMaker.h"
 #include "tests/ffmpeg/SoundProbe.h"
+#include "tests/support/Files.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <cmath>
@@ -176,32 +174,24 @@ TEST(SoundWriter, FragmentsAreReadableWhereverTheyEnd)
                                            {rate, 1, 0, PXSampleType::Int16}, encoding)
                           .value();
         const auto played = asIntegers(chirp(rate, 1, frames));
-        const auto file = [&] {
-            QFile written(path);
-            EXPECT_TRUE(written.open(QIODevice::ReadOnly));
-            return written.readAll();
-        };
         // Places in the file where a fragment ends, and the frames that were written until then.
         std::vector<std::pair<qsizetype, int>> ends{{0, 0}};
         for (int i = 0; i < frames; i += 100) {
             ASSERT_TRUE(writer->write(
                 std::as_bytes(std::span(played).subspan(static_cast<std::size_t>(i), 100))));
             const auto size = static_cast<qsizetype>(writer->recordedBytes());
-            EXPECT_LE(size, file().size());
+            EXPECT_LE(size, QFileInfo(path).size());
             if (size > ends.back().first)
                 ends.emplace_back(size, i + 100);
             EXPECT_LT(i + 100 - ends.back().second, rate) << row.name;
         }
-        const QByteArray whole = file();
+        const QByteArray whole = contentsOf(path);
         EXPECT_EQ(whole.size(), ends.back().first) << "something is left in our memory";
         writer.reset();
 
         const QString cutPath = folder.filePath(u"cut.mov"_s);
         for (qsizetype size = 0; size <= whole.size(); size += 131) {
-            QFile cut(cutPath);
-            ASSERT_TRUE(cut.open(QIODevice::WriteOnly));
-            cut.write(whole.first(size));
-            cut.close();
+            writeFile(cutPath, whole.first(size));
             int least = 0;
             for (const auto &[end, written] : ends)
                 least = end <= size ? written - rate / 8 - row.behind : least;
