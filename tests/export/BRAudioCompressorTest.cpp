@@ -9,7 +9,6 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QThread>
 

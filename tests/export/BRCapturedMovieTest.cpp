@@ -33,10 +33,6 @@ protected:
     [[nodiscard]] QString video() const { return fileOf(u"A"_s, kBRCaptureVideoDataName); }
     [[nodiscard]] QString sound() const { return fileOf(u"A"_s, kBRCaptureAudioDataName); }
     [[nodiscard]] QString output() const { return folder.filePath(u"Movie.mov"_s); }
-    static QStringList filesIn(const QTemporaryDir &where)
-    {
-        return QDir(where.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    }
 
     std::unique_ptr<BRCapturedMovie> open(bool hasAudio = true)
     {
@@ -63,7 +59,7 @@ protected:
         QCoreApplication::processEvents();
         EXPECT_FALSE(movie.isCompressing());
         EXPECT_FALSE(movie.isMerging());
-        EXPECT_EQ(filesIn(temporary), QStringList()) << "the sound on its way";
+        EXPECT_EQ(everythingIn(temporary.path()), QStringList()) << "the sound on its way";
     }
 
     QTemporaryDir folder;
@@ -149,7 +145,7 @@ TEST_F(MovieWithSound, HasItsSoundCutToThePictures)
         EXPECT_EQ(tracks[1].channels, channels);
         const auto heard = channelOf<float>(SoundProbe::decode(output()), channels, 0);
         EXPECT_GT(lagOf(heard, chirp(rate, 1, rate, 0.4), 2000).likeness, 0.98);
-        EXPECT_EQ(filesIn(folder), QStringList(u"Movie.mov"_s));
+        EXPECT_EQ(everythingIn(folder.path()), QStringList(u"Movie.mov"_s));
     }
 }
 
@@ -177,10 +173,8 @@ TEST_F(MovieWithSound, EndsWithoutSoundWhereThereIsNone)
         SCOPED_TRACE(row.name);
         QFile::remove(sound());
         QFile::remove(output());
-        if (QFile file(sound()); row.sound) {
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(*row.sound);
-        }
+        if (row.sound)
+            writeFile(sound(), *row.sound);
         if (row.end == u"cancelled"_s)
             record(u"A"_s, End::Stopped, 20'000); // It must not be over before it is cancelled.
         const auto movie = open(row.hasAudio);
@@ -195,7 +189,7 @@ TEST_F(MovieWithSound, EndsWithoutSoundWhereThereIsNone)
         if (row.end == u"done"_s) {
             EXPECT_EQ(SoundProbe::tracks(output()).size(), 1U);
         } else {
-            EXPECT_EQ(filesIn(folder), QStringList());
+            EXPECT_EQ(everythingIn(folder.path()), QStringList());
         }
     }
     // Nothing is heard of an export that did not begin.
@@ -217,7 +211,7 @@ TEST_F(MovieWithSound, KeepsThePicturesWhenTheMergingIsCancelled)
     ASSERT_TRUE(movie->audioError());
     EXPECT_EQ(movie->audioError()->code, ECANCELED);
     EXPECT_EQ(SoundProbe::tracks(output()).size(), 1U);
-    EXPECT_EQ(filesIn(folder), QStringList(u"Movie.mov"_s));
+    EXPECT_EQ(everythingIn(folder.path()), QStringList(u"Movie.mov"_s));
 
     onSound = {};
     exportMovie(*movie);

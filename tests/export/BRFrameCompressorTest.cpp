@@ -4,13 +4,12 @@
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 #include "tests/ffmpeg/MovieProbe.h"
 #include "tests/framefile/RawCapture.h"
+#include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QDir>
 #include <QEventLoop>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <sys/stat.h>
@@ -140,23 +139,7 @@ protected:
     [[nodiscard]] QString capture() const { return captures.filePath(u"Capture"_s); }
     [[nodiscard]] QString output() const { return folder.filePath(u"My movie.mov"_s); }
     /// Everything in the output's folder, hidden files too.
-    [[nodiscard]] QStringList files() const
-    {
-        return QDir(folder.path())
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    }
-    static void write(const QString &path, const QByteArray &text)
-    {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(text);
-    }
-    static QByteArray read(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-    }
-
+    [[nodiscard]] QStringList files() const { return everythingIn(folder.path()); }
     static constexpr int kWidth = 61;
     static constexpr int kHeight = 45;
     QTemporaryDir captures;
@@ -228,12 +211,12 @@ TEST_F(Export, ASingleFrameLastsAFrameOfTheCaptureRate)
 TEST_F(Export, CancelledOrDestroyedLeavesEverythingAsItWas)
 {
     record(manyFrames(200));
-    write(output(), "the movie of yesterday");
+    writeFile(output(), "the movie of yesterday");
     auto exporter = compressor("png ");
     ASSERT_TRUE(exporter->startCompression(output()));
     exporter->cancelCompression();
     EXPECT_EQ(listener.wait(), u"cancelled"_s);
-    EXPECT_EQ(read(output()), "the movie of yesterday");
+    EXPECT_EQ(contentsOf(output()), "the movie of yesterday");
     EXPECT_THAT(files(), ElementsAre(u"My movie.mov"_s));
 
     const int eventsBefore = static_cast<int>(listener.events.size());
@@ -241,21 +224,21 @@ TEST_F(Export, CancelledOrDestroyedLeavesEverythingAsItWas)
     EXPECT_THROW((void)exporter->startCompression(output()), std::logic_error);
     exporter.reset();
     EXPECT_EQ(listener.events.size(), eventsBefore);
-    EXPECT_EQ(read(output()), "the movie of yesterday");
+    EXPECT_EQ(contentsOf(output()), "the movie of yesterday");
     EXPECT_THAT(files(), ElementsAre(u"My movie.mov"_s));
 }
 
 TEST_F(Export, KeepsClearOfOtherFiles)
 {
     record(manyFrames(3));
-    write(folder.filePath(u"Tolvane Temp.mov"_s), "somebody else's");
+    writeFile(folder.filePath(u"Tolvane Temp.mov"_s), "somebody else's");
     const auto exporter = compressor();
     ASSERT_TRUE(exporter->startCompression(output()));
     EXPECT_TRUE(QFile::exists(folder.filePath(u"Tolvane Temp 2.mov"_s)));
     // A folder where the movie should go: it goes beside it.
     ASSERT_TRUE(QDir(folder.path()).mkdir(u"My movie.mov"_s));
     EXPECT_EQ(listener.wait(), u"finished "_s + folder.filePath(u"My movie 2.mov"_s));
-    EXPECT_EQ(read(folder.filePath(u"Tolvane Temp.mov"_s)), "somebody else's");
+    EXPECT_EQ(contentsOf(folder.filePath(u"Tolvane Temp.mov"_s)), "somebody else's");
 }
 
 TEST_F(Export, TheTempMovieIsNeverTheOutput)
@@ -292,7 +275,7 @@ TEST_F(Export, EndsOnceWhateverFails)
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(row.name);
-        write(output(), "the movie of yesterday");
+        writeFile(output(), "the movie of yesterday");
         record(row.changes);
         if (row.isAborted)
             listener.onBegin = [this] { listener.compressor->cancelCompression(); };
@@ -303,7 +286,7 @@ TEST_F(Export, EndsOnceWhateverFails)
         EXPECT_EQ(listener.events, row.events);
         EXPECT_FALSE(exporter->isCompressing());
         EXPECT_EQ(exporter->missingFrames(), row.missing);
-        EXPECT_EQ(read(output()), "the movie of yesterday");
+        EXPECT_EQ(contentsOf(output()), "the movie of yesterday");
         EXPECT_THAT(files(), ElementsAre(u"My movie.mov"_s));
         listener.events.clear();
     }

@@ -6,8 +6,6 @@
 
 #include <QEventLoop>
 
-#include <unistd.h>
-
 namespace {
 
 class MovieLibrary : public testing::Test, protected LibraryFolder {

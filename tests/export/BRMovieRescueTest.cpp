@@ -49,28 +49,26 @@ TEST_F(MovieRescue, MakesAnInterruptedRecordingAnOrdinaryOne)
         QStringList sideFiles;
     };
     const QString info = fileOf(kUUID, kBRMovieInfoName);
-    const auto put = [&](const QString &path, const QByteArray &bytes) {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    };
     const Case cases[] = {
         {"killed", [] {}, true, {}},
         {"noInfo", [&] { QFile::remove(info); }, false, {}},
         {"tornInfo",
-         [&] { put(info, "<?xml version=\"1.0\"?><plist><dict><key>na"); },
+         [&] { writeFile(info, "<?xml version=\"1.0\"?><plist><dict><key>na"); },
          false,
          {u"Info.plist.damaged"_s}},
         {"infoOfTheWrongType",
-         [&] { put(info, "<plist version=\"1.0\"><array/></plist>"); },
+         [&] { writeFile(info, "<plist version=\"1.0\"><array/></plist>"); },
          false,
          {u"Info.plist.damaged"_s}},
-        {"lockLeftBehind", [&] { put(fileOf(kUUID, u".lock"_s), {}); }, true, {}},
+        {"lockLeftBehind", [&] { writeFile(fileOf(kUUID, u".lock"_s), {}); }, true, {}},
         {"noIndex",
          [&] { QFile::remove(fileOf(kUUID, kBRCaptureVideoDataName + u".index"_s)); },
          true,
          {}},
-        {"sideFiles", [&] { put(fileOf(kUUID, u"notes.txt"_s), "mine"); }, true, {u"notes.txt"_s}},
+        {"sideFiles",
+         [&] { writeFile(fileOf(kUUID, u"notes.txt"_s), "mine"); },
+         true,
+         {u"notes.txt"_s}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -145,9 +143,7 @@ TEST_F(MovieRescue, JoinsTheSoundOfAWholeMovieAndGivesUpWhatNobodyCanRead)
         recordSound(kUUID, kBRCaptureAudioDataName);
         recordSound(kUUID, kBRSecondCaptureAudioDataName);
         if (isDamaged) {
-            QFile file(fileOf(kUUID, kBRSecondCaptureAudioDataName));
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write("no sound at all");
+            writeFile(fileOf(kUUID, kBRSecondCaptureAudioDataName), "no sound at all");
         }
         EXPECT_TRUE(isNeeded());
         EXPECT_EQ(rescue().outcome, Outcome::Rescued);
@@ -159,8 +155,7 @@ TEST_F(MovieRescue, JoinsTheSoundOfAWholeMovieAndGivesUpWhatNobodyCanRead)
                   isDamaged ? 1 : 2);
     }
     // What holds nothing is no sound.
-    QFile file(fileOf(kUUID, kBRSecondCaptureAudioDataName));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    writeFile(fileOf(kUUID, kBRSecondCaptureAudioDataName));
     EXPECT_FALSE(isNeeded());
 }
 
@@ -182,18 +177,14 @@ TEST_F(MovieRescue, LeavesAloneWhatIsBeingWrittenOrWhole)
 {
     record(kUUID, End::Killed);
     writeInfo(kUUID);
-    const auto contents = [&] {
-        QFile file(fileOf(kUUID, kBRCaptureVideoDataName));
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return file.readAll();
-    };
-    const QByteArray before = contents();
+    const QString video = fileOf(kUUID, kBRCaptureVideoDataName);
+    const QByteArray before = contentsOf(video);
     {
         const auto lock = BRMovieFolderLock::take(folderOf(kUUID));
         ASSERT_TRUE(lock && *lock);
         EXPECT_FALSE((*lock)->wasLeft());
         EXPECT_EQ(rescue().outcome, Outcome::BeingWritten);
-        EXPECT_EQ(contents(), before);
+        EXPECT_EQ(contentsOf(video), before);
     }
     QDir(folderOf(kUUID)).removeRecursively();
     record(kUUID, End::Stopped);
