@@ -7,7 +7,6 @@
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <optional>
 #include <random>
 
 using namespace Qt::StringLiterals;
