@@ -3,12 +3,11 @@
 #include "foundation/PXColor.h"
 #include "foundation/PXDefaults.h"
 #include "foundation/PXPropertyList.h"
+#include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
@@ -74,8 +73,8 @@ TEST_F(BRFactoryDefaultsTest, TheUsersValueWinsOverTheResourceWhichWinsOverTheTa
     EXPECT_EQ(defaults.intValue(u"captureScale"_s), 100);
     EXPECT_EQ(PXPropertyList::read(_path).value().size(), 1); // Factory values stay in memory.
 
-    QFile resource(_home.filePath(u"Defaults.plist"_s));
-    ASSERT_TRUE(resource.resize(40)); // Damaged, it leaves the table.
+    ASSERT_TRUE(
+        QFile::resize(_home.filePath(u"Defaults.plist"_s), 40)); // Damaged, it leaves the table.
     PXDefaults without(_home.filePath(u"none.plist"_s));
     BRFactoryDefaults::registerFactoryDefaults(without);
     EXPECT_EQ(without.intValue(u"captureRate"_s), 30);
@@ -135,8 +134,7 @@ TEST_F(BRFactoryDefaultsTest, SupportFoldersAreMadeAsFarAsTheyShouldBe)
               _home.filePath(u"missing/share/Tolvane/Movies"_s));
     EXPECT_TRUE(QDir(applicationSupportFolder()).isEmpty());
 
-    QFile file(_home.filePath(u"Tolvane/file"_s));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    writeFile(_home.filePath(u"Tolvane/file"_s));
     qputenv("XDG_DATA_HOME", _home.path().toUtf8());
     testing::internal::CaptureStderr();
     EXPECT_FALSE(folderInApplicationSupportFolder(u"file"_s));

@@ -1,8 +1,6 @@
 #include "tests/app/cli/CommandLine.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFileInfo>
 #include <QJsonDocument>
 
 #include <chrono>
@@ -92,20 +90,6 @@ std::vector<QImage> CommandLineTest::picturesOf(const QString &movie) const
     for (const QString &name : folder.entryList({u"*.png"_s}, QDir::Files, QDir::Name))
         pictures.push_back(QImage(folder.filePath(name)).convertToFormat(QImage::Format_RGB32));
     return pictures;
-}
-
-void CommandLineTest::write(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-}
-
-QByteArray CommandLineTest::read(const QString &path)
-{
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
-    return file.readAll();
 }
 
 void CommandLineTest::waitUntil(const std::function<bool()> &isTrue, const char *what)

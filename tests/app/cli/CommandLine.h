@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Files.h"
 #include "tests/support/VirtualDisplay.h"
 
 #include <gtest/gtest.h>
@@ -48,8 +49,6 @@ protected:
     [[nodiscard]] QJsonObject infoOf(const QString &movie) const;
     /// Every frame of a movie, as `frames` writes it.
     [[nodiscard]] std::vector<QImage> picturesOf(const QString &movie) const;
-    static void write(const QString &path, const QByteArray &bytes);
-    static QByteArray read(const QString &path);
     /// For what happens in files, which tell nobody; fails the test after a minute.
     static void waitUntil(const std::function<bool()> &isTrue, const char *what);
     /// The folder of the only movie in `moviesFolder`, once it has frames.

@@ -2,9 +2,6 @@
 #include "tests/support/PaintedWindow.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -29,7 +26,7 @@ TEST_F(CommandLineTest, RecordsInspectsAndExports)
     EXPECT_EQ(qint64(pictures.size()), info.value(u"frames"_s).toInt());
     EXPECT_EQ(pictures.back(), display().screenshot().copy(10, 20, 200, 150));
     const QJsonArray frames
-        = QJsonDocument::fromJson(read(movie + u"/pictures/frames.json"_s)).array();
+        = QJsonDocument::fromJson(contentsOf(movie + u"/pictures/frames.json"_s)).array();
     EXPECT_EQ(frames.size(), info.value(u"frames"_s).toInt());
     EXPECT_TRUE(frames.first().toObject().value(u"keyframe"_s).toBool());
 
@@ -101,7 +98,7 @@ TEST_F(CommandLineTest, EveryCompleteFrameOutlivesAKill)
         const Outcome written = this->run(words("frames --format bgra --out ~/out") << movie);
         EXPECT_EQ(written.status, 0) << written.errors.toStdString();
         const qsizetype frames
-            = QJsonDocument::fromJson(read(path(u"out/frames.json"_s))).array().size();
+            = QJsonDocument::fromJson(contentsOf(path(u"out/frames.json"_s))).array().size();
         const qint64 indexed
             = QFileInfo(movie + u"/Brimmet Capture Video Data.index"_s).size() / 24;
         // The index may lack the very last frame, never name one that is not there.
@@ -146,8 +143,9 @@ TEST_F(CommandLineTest, SettingsAreUsedAndArgumentsWin)
 
 TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
 {
-    write(path(u"garbage"_s), "this is no capture, whatever its name says; it is only some text");
-    write(path(u"empty"_s), "");
+    writeFile(path(u"garbage"_s),
+              "this is no capture, whatever its name says; it is only some text");
+    writeFile(path(u"empty"_s), "");
     QDir().mkpath(path(u"folder"_s));
     ASSERT_TRUE(QDir().rename(record(), path(u"movie"_s)));
 
@@ -237,7 +235,7 @@ TEST_F(CommandLineTest, WarnsOnceAndGoesOn)
     ASSERT_TRUE(QFile::copy(capture + u".index"_s, path(u"cut.index"_s)));
     for (const QString &list :
          {u"movie/Info.plist"_s, u"odd/Tolvane/com.pexarworks.tolvane.plist"_s})
-        write(path(list), "<plist><dict>");
+        writeFile(path(list), "<plist><dict>");
 
     const Variables oddSettings = {{u"XDG_CONFIG_HOME"_s, path(u"odd"_s)}};
     const Variables oddHome = {{u"XDG_DATA_HOME"_s, u"/proc/home"_s}};
@@ -286,7 +284,7 @@ TEST_F(CommandLineTest, DataThatCannotBeWrittenIsAFailure)
 TEST_F(CommandLineTest, AFileThatMayNotGrowIsAFailure)
 {
     const QString movie = record();
-    write(path(u"out/o.mov"_s), "old");
+    writeFile(path(u"out/o.mov"_s), "old");
     QProcess process;
     prepare(process);
     process.start(u"sh"_s,
@@ -297,7 +295,7 @@ TEST_F(CommandLineTest, AFileThatMayNotGrowIsAFailure)
     const Outcome outcome = outcomeOf(process);
     EXPECT_EQ(outcome.status, 6) << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.contains(u"File too large"_s)) << outcome.errors.toStdString();
-    EXPECT_EQ(read(path(u"out/o.mov"_s)), "old");
+    EXPECT_EQ(contentsOf(path(u"out/o.mov"_s)), "old");
     EXPECT_EQ(QDir(path(u"out"_s)).entryList(QDir::Files | QDir::Hidden).size(), 1);
 }
 

@@ -3,8 +3,6 @@
 #include "tests/ffmpeg/MovieProbe.h"
 #include "tests/support/Sanitizers.h"
 
-#include <QDir>
-
 #include <sys/resource.h>
 
 namespace {
@@ -55,7 +53,7 @@ TEST_P(ExportWithLittleMemory, SaysSoInALineAndTheOldFileComesBack)
         memory += kStep;
     int failuresWhileEncoding = 0;
     for (;; memory += kStep) {
-        write(output, "the movie of yesterday");
+        writeFile(output, "the movie of yesterday");
         const Outcome outcome = run(arguments, memory);
         EXPECT_EQ(QDir(path(u"out"_s)).entryList(QDir::Files | QDir::Hidden),
                   QStringList(u"movie.mov"_s))
@@ -65,7 +63,7 @@ TEST_P(ExportWithLittleMemory, SaysSoInALineAndTheOldFileComesBack)
         EXPECT_EQ(outcome.status, 1);
         // The encoder's libraries have words of their own.
         EXPECT_EQ(outcome.errors.count(u"tolvane: "_s), 1) << outcome.errors.toStdString();
-        EXPECT_EQ(read(output), "the movie of yesterday") << memory;
+        EXPECT_EQ(contentsOf(output), "the movie of yesterday") << memory;
         failuresWhileEncoding += outcome.errors.contains(u"Could not make the movie"_s) ? 1 : 0;
     }
     EXPECT_GT(failuresWhileEncoding, 0);

@@ -133,7 +133,7 @@ TEST_F(MoviesTest, RenamesByWhateverNamesAMovie)
 
 TEST_F(MoviesTest, DeletesForGoodOnlyWhenTold)
 {
-    write(path(u"elsewhere/file"_s), {});
+    writeFile(path(u"elsewhere/file"_s));
     ASSERT_TRUE(QFile::link(path(u"elsewhere"_s), library.fileOf(kTalk, u"link"_s)));
     EXPECT_EQ(run({u"delete"_s, kTalk}).status, 1) << "nobody can be asked";
     EXPECT_TRUE(QDir(library.folderOf(kTalk)).exists());
@@ -159,7 +159,7 @@ TEST_F(MoviesTest, DeletesForGoodOnlyWhenTold)
 TEST_F(MoviesTest, ExportsSeveralUnderTheirNames)
 {
     rename(kLesson, u"Talk: 1/2"_s);
-    write(path(u"out/Talk- 1-2.mov"_s), {});
+    writeFile(path(u"out/Talk- 1-2.mov"_s));
     const Outcome exported = run({u"export"_s, kLesson, kTalk, path(u"missing"_s), u"Torn"_s,
                                   u"-o"_s, path(u"out"_s), u"--video-codec"_s, u"png "_s});
     EXPECT_EQ(exported.status, 3) << "one was not found, and the others are made";
@@ -167,7 +167,7 @@ TEST_F(MoviesTest, ExportsSeveralUnderTheirNames)
     EXPECT_EQ(moviesIn(path(u"out"_s)),
               QStringList(
                   {u"Talk- 1-2 2.mov"_s, u"Talk- 1-2 3.mov"_s, u"Talk- 1-2.mov"_s, u"Torn.mov"_s}));
-    EXPECT_EQ(read(path(u"out/Talk- 1-2.mov"_s)), "") << "what was there stays";
+    EXPECT_EQ(contentsOf(path(u"out/Talk- 1-2.mov"_s)), "") << "what was there stays";
     EXPECT_EQ(exported.output.count(u'\n'), 3);
     for (const QString &name : {u"Talk- 1-2 2.mov"_s, u"Torn.mov"_s}) {
         QProcess probe;
@@ -266,9 +266,9 @@ TEST_F(MoviesTest, SaysWhatItCannotDoAndChangesNothing)
 {
     const QStringList before = names();
     library.record(u"EMPTY"_s, LibraryFolder::End::Killed, 0);
-    write(library.fileOf(kLesson, kBRSecondCaptureAudioDataName), {});
+    writeFile(library.fileOf(kLesson, kBRSecondCaptureAudioDataName));
     QDir(path({})).mkdir(u"out"_s);
-    write(path(u"file"_s), {});
+    writeFile(path(u"file"_s));
     const struct {
         QStringList arguments;
         int status;

@@ -6,10 +6,6 @@
 
 #include <gmock/gmock.h>
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-
 #include <cstring>
 
 using namespace Qt::StringLiterals;

@@ -137,7 +137,7 @@ TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
         [&](const QString &folder) {
             EXPECT_TRUE(QDir().mkpath(folder));
             if (replaces(folder))
-                write(folder + u"/out.mov"_s, yesterday);
+                writeFile(folder + u"/out.mov"_s, yesterday);
             return QStringList{u"export"_s, capture, u"-o"_s, folder + u"/out.mov"_s};
         },
         [&](const QString &folder) {
@@ -162,15 +162,14 @@ TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
                   run.row.showsProgress && run.row.isWide())
             << run.row.name << ": " << run.errors.toStdString();
 
-        const QDir::Filters everything = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
         QStringList left;
         if (isTaken(run.folder))
             left << u".out.mov.replaced"_s;
         if (replaces(run.folder))
             left << u"out.mov"_s;
-        EXPECT_EQ(QDir(run.folder).entryList(everything), left) << run.row.name;
+        EXPECT_EQ(everythingIn(run.folder), left) << run.row.name;
         if (replaces(run.folder)) {
-            EXPECT_EQ(read(isTaken(run.folder) ? hidden : movie), yesterday) << run.row.name;
+            EXPECT_EQ(contentsOf(isTaken(run.folder) ? hidden : movie), yesterday) << run.row.name;
         }
     }
 }
