@@ -67,7 +67,8 @@ QString moviesFolder()
         BRApplicationSupport::applicationSupportFolder() + u'/' + name);
 }
 
-// Of Linux alone: system audio comes from the driver, else from the monitor of the output in use.
+// Of Linux alone, as is "showCursorHighlight": system audio comes from the driver, else from the
+// monitor of the output in use.
 constexpr int kDriverElseMonitor = 0;
 
 constexpr const char16_t *kRenamedKeys[][2] = {
@@ -171,6 +172,7 @@ void registerFactoryDefaults(PXDefaults &defaults)
     for (const Entry &entry : table())
         values.insert(entry.key, entry.value);
     values.insert(u"systemAudioSource"_s, kDriverElseMonitor);
+    values.insert(u"showCursorHighlight"_s, false);
     if (const auto path = PXResources::pathForResource(u"Defaults"_s, u"plist"_s)) {
         if (const auto shipped = PXPropertyList::read(*path))
             values.insert(*shipped);

@@ -21,7 +21,10 @@ public:
     /// The last one that was in front: for a moment between two windows none is. Zero before the
     /// first one, and where no window manager tells.
     [[nodiscard]] virtual PXProcessSerialNumber frontProcess() const = 0;
-    /// `switched` is called on a thread of the back end when another one has come to the front.
+    /// Whether both are windows of one program.
+    [[nodiscard]] virtual bool isSameProcess(PXProcessSerialNumber a,
+                                             PXProcessSerialNumber b) const = 0;
+    /// `switched` is called on a thread of the back end when another window has come to the front.
     virtual PXObservation addSwitchedObserver(std::function<void()> switched) = 0;
     /// Brings it to the front with the keyboard; nothing where it has gone.
     virtual void setFrontProcess(PXProcessSerialNumber process) = 0;

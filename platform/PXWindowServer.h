@@ -45,6 +45,9 @@ public:
     /// `changed` is called on a thread of the back end when that has changed.
     virtual PXObservation addCompositingObserver(std::function<void()> changed) = 0;
 
+    /// The pixel of the desktop under the pointer's hot spot; empty when the desktop has gone.
+    [[nodiscard]] virtual PXPixelRect pointerPixel() const = 0;
+
     /// Whether the user has asked the desktop for less motion: then nothing slides or fades. As the
     /// desktop's settings say now.
     [[nodiscard]] virtual bool prefersReducedMotion() const = 0;

@@ -106,5 +106,31 @@
         <source></source>
         <translation>Aufnahme beginnt in %1</translation>
     </message>
+    <message id="BRShortcutPickerEmpty">
+        <extracomment>No shortcut</extracomment>
+        <source></source>
+        <translation>Keiner</translation>
+    </message>
+    <message id="BRShortcutPickerPrompt">
+        <source></source>
+        <translation>Tasten drücken</translation>
+    </message>
+    <message id="BRShortcutPickerClear">
+        <source></source>
+        <translation>Kurzbefehl löschen</translation>
+    </message>
+    <message id="BRShortcutPickerNeedsModifier">
+        <source></source>
+        <translation>Diese Taste braucht Super, Alt oder Strg dazu.</translation>
+    </message>
+    <message id="BRShortcutPickerReserved">
+        <extracomment>The keys</extracomment>
+        <source></source>
+        <translation>%1 wechselt zu einer anderen Konsole und erreicht nie ein Programm.</translation>
+    </message>
+    <message id="BRShortcutPickerNameless">
+        <source></source>
+        <translation>Diese Taste hat keinen Namen, der gezeigt werden kann.</translation>
+    </message>
 </context>
 </TS>

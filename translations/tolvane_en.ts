@@ -106,5 +106,31 @@
         <source></source>
         <translation>Recording starts in %1</translation>
     </message>
+    <message id="BRShortcutPickerEmpty">
+        <extracomment>No shortcut</extracomment>
+        <source></source>
+        <translation>None</translation>
+    </message>
+    <message id="BRShortcutPickerPrompt">
+        <source></source>
+        <translation>Press the keys</translation>
+    </message>
+    <message id="BRShortcutPickerClear">
+        <source></source>
+        <translation>Clear shortcut</translation>
+    </message>
+    <message id="BRShortcutPickerNeedsModifier">
+        <source></source>
+        <translation>This key needs Super, Alt or Ctrl with it.</translation>
+    </message>
+    <message id="BRShortcutPickerReserved">
+        <extracomment>The keys</extracomment>
+        <source></source>
+        <translation>%1 switches to another console and never reaches a program.</translation>
+    </message>
+    <message id="BRShortcutPickerNameless">
+        <source></source>
+        <translation>This key has no name to show.</translation>
+    </message>
 </context>
 </TS>

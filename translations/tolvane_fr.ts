@@ -106,5 +106,31 @@
         <source></source>
         <translation>L’enregistrement commence dans %1</translation>
     </message>
+    <message id="BRShortcutPickerEmpty">
+        <extracomment>No shortcut</extracomment>
+        <source></source>
+        <translation>Aucun</translation>
+    </message>
+    <message id="BRShortcutPickerPrompt">
+        <source></source>
+        <translation>Appuyez sur les touches</translation>
+    </message>
+    <message id="BRShortcutPickerClear">
+        <source></source>
+        <translation>Effacer le raccourci</translation>
+    </message>
+    <message id="BRShortcutPickerNeedsModifier">
+        <source></source>
+        <translation>Cette touche doit être combinée avec Super, Alt ou Ctrl.</translation>
+    </message>
+    <message id="BRShortcutPickerReserved">
+        <extracomment>The keys</extracomment>
+        <source></source>
+        <translation>%1 passe à une autre console et n’atteint jamais un programme.</translation>
+    </message>
+    <message id="BRShortcutPickerNameless">
+        <source></source>
+        <translation>Cette touche n’a pas de nom à afficher.</translation>
+    </message>
 </context>
 </TS>

@@ -81,6 +81,12 @@ Command addRecord(CLI::App &app, const BRBackEnds &backEnds)
                      "Cover the desktop meanwhile, as the settings say");
     record->add_flag("--bounds", values->arguments.showsBounds,
                      "Show a dashed frame around the area, outside of it");
+    record->add_flag("--show-clicks", values->arguments.showsClicks,
+                     "Mark on the screen where the mouse is clicked");
+    record->add_flag("--show-keys", values->arguments.showsKeys,
+                     "Show on the screen which keys are pressed, as the settings say");
+    record->add_flag("--highlight", values->arguments.highlightsCursor,
+                     "Put a square behind the cursor");
     record->add_option("--duration", values->arguments.duration, "Stop after so many seconds");
     record->add_option("--movies-folder", values->moviesFolder,
                        "Folder that gets the movie's own folder");
@@ -365,7 +371,9 @@ bool BRCommandLineShowsWindow(int argc, char **argv)
         return true;
     return isOneOf(argv[command], {"record"})
         && std::any_of(argv + command + 1, argv + argc, [&](const char *word) {
-               return isOneOf(word, {"--select", "--countdown", "--hide-desktop"});
+               return isOneOf(word,
+                              {"--select", "--countdown", "--hide-desktop", "--show-clicks",
+                               "--show-keys", "--highlight"});
            });
 }
 

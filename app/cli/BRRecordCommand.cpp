@@ -19,6 +19,7 @@
 #include "foundation/PXDefaults.h"
 #include "foundation/PXFileManager.h"
 #include "foundation/PXMainThread.h"
+#include "input/BRApplication.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -44,6 +45,7 @@ constexpr double kLongestDuration = 2'000'000; ///< Seconds; what a timer's mill
 class RecordCommand final : private BRScreenRecorderDelegate,
                             private BRAudioRecorderDelegate,
                             private BRAudioRecorderHost,
+                            private BRApplicationDelegate,
                             private PXAlert {
 public:
     /// `overlays` may be null.
@@ -51,7 +53,8 @@ public:
         : _uuid(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()),
           _folderPath(QDir(moviesFolder).filePath(_uuid)),
           _overlays(overlays),
-          _recorder(_uuid, this, platform, nullptr, overlays ? overlays->movieBounds() : nullptr)
+          _recorder(_uuid, this, platform, nullptr, overlays ? overlays->movieBounds() : nullptr),
+          _application(platform, *this, this)
     {
         _recorder.setAlert(this);
     }
@@ -95,11 +98,14 @@ public:
         if (started && _overlays)
             _overlays->prepareScreen();
         if (started)
+            started = _watchInput();
+        if (started)
             started = _writeMovieInfo(options);
         if (started)
             started = _startRecorders(options);
         if (!started) {
             BRTerminal::printError(started.error());
+            _leaveInput();
             _audioRecorder.reset(); // It may be about to write into the folder.
             _folderLock.reset();
             // Made by us a moment ago, and without a frame: nothing of the user's is in there.
@@ -137,6 +143,32 @@ private:
         auto started = _recorder.startRecording(options);
         _hasStarted = started.has_value();
         return started;
+    }
+
+    /// Hot keys work also while a menu is open, which the monitor alone sees.
+    PXExpected<void> _watchInput()
+    {
+        _application.awakeFromNib();
+        if (_overlays) {
+            auto highlight = _overlays->makeCursorHighlight();
+            if (!highlight)
+                return PXFail(std::move(highlight).error());
+            _cursorHighlight = *std::move(highlight);
+            _screenEventController = _overlays->makeScreenEventController(
+                _application, [this] { return _recorder.currentScreenSelectionRect(); });
+        }
+        if (_screenEventController)
+            _screenEventController->displayScreenEventView();
+        else
+            _application.installMonitorHandler();
+        return {};
+    }
+
+    void _leaveInput()
+    {
+        _cursorHighlight.reset();
+        _screenEventController.reset();
+        _application.uninstallMonitorHandler();
     }
 
     void _startProgress()
@@ -216,6 +248,7 @@ private:
     {
         if (!_screenHasFinishedRecording || (_audioRecorder && !_audioHasFinishedRecording))
             return;
+        _leaveInput();
         _ticker.stop();
         BRTerminal::endProgress();
         if (_error)
@@ -244,6 +277,15 @@ private:
         return BRApplicationSupport::pathInApplicationSupportFolder(name);
     }
 
+    // There is no window to come forward.
+    [[nodiscard]] bool isRecording() const override { return _recorder.isRecording(); }
+    void stopRecording() override { _stop(); }
+    void toggleCameraMode() override { _recorder.toggleCameraMode(); }
+    void activateIgnoringOtherApps() override { }
+    [[nodiscard]] bool isWindowVisible() const override { return true; }
+    void switchToPaneWithIdentifier(const QString &) override { }
+    void displayWindow() override { }
+
     // The failure itself is told as one.
     void beep(const QString &) override
     {
@@ -265,6 +307,9 @@ private:
     BRSoundAlert _soundAlert;
     BRScreenRecorder _recorder;
     std::optional<BRAudioRecorder> _audioRecorder; ///< Where sound is recorded.
+    BRApplication _application;
+    std::unique_ptr<BRCursorHighlight> _cursorHighlight;
+    std::unique_ptr<BRScreenEventController> _screenEventController;
     std::unique_ptr<BRMovieFolderLock> _folderLock; ///< Until all is stored.
     /// From before the output device is switched: what stops us then must put it back.
     const BRSignals _signalsThatStop{[this] { _stop(); }};

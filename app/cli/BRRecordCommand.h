@@ -22,6 +22,9 @@ struct BRRecordArguments {
     bool countsDown = false;
     bool hidesDesktop = false;
     bool showsBounds = false;
+    bool showsClicks = false;
+    bool showsKeys = false; ///< Those that the settings choose.
+    bool highlightsCursor = false;
 };
 
 /// `tolvane record`: the whole engine without a window. Prints the captured movie's folder last.

@@ -2,10 +2,14 @@
 
 #include "app/cli/BRSelectCommand.h"
 #include "audio/BROutputDeviceRestorer.h"
+#include "foundation/PXDefaults.h"
 
 #include <QTimer>
 
 #include <chrono>
+#include <utility>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -20,7 +24,8 @@ BRRecordOverlays::forArguments(const BRRecordArguments &arguments, PXScreenPlatf
                                const BRBackEnds &backEnds)
 {
     if (!arguments.selects && !arguments.countsDown && !arguments.hidesDesktop
-        && !arguments.showsBounds)
+        && !arguments.showsBounds && !arguments.showsClicks && !arguments.showsKeys
+        && !arguments.highlightsCursor)
         return nullptr;
     auto windowServer = platform.makeWindowServer();
     if (!windowServer)
@@ -80,6 +85,30 @@ void BRRecordOverlays::_countDown()
     _countdown.emplace(*_windowServer, _platform.mainDisplay(), *_soundPlayer);
     _countdown->startCountdown(*this);
     _loop.exec();
+}
+
+std::unique_ptr<BRScreenEventController>
+BRRecordOverlays::makeScreenEventController(BRApplication &application,
+                                            std::function<PXRect()> currentScreenSelectionRect)
+{
+    if (!_arguments.showsClicks && !_arguments.showsKeys)
+        return nullptr;
+    if (!_arguments.showsKeys)
+        for (const QString &key : {u"showKeyboardCommands"_s, u"showKeyboardCharacters"_s,
+                                   u"showKeyboardOtherKeys"_s, u"showKeyboardAlways"_s})
+            PXDefaults::standardUserDefaults().setArgumentValue(key, false);
+    auto controller = std::make_unique<BRScreenEventController>(
+        *_windowServer, _platform.mainDisplay(), application,
+        std::move(currentScreenSelectionRect));
+    controller->setShowMouseClicks(_arguments.showsClicks);
+    return controller;
+}
+
+PXExpected<std::unique_ptr<BRCursorHighlight>> BRRecordOverlays::makeCursorHighlight()
+{
+    if (!_arguments.highlightsCursor)
+        return nullptr;
+    return BRCursorHighlight::onScreen(_platform, *_windowServer);
 }
 
 void BRRecordOverlays::cancel()

@@ -4,15 +4,19 @@
 #include "app/BRDesktopHider.h"
 #include "app/cli/BRRecordCommand.h"
 #include "foundation/PXGeometry.h"
+#include "overlays/BRCursorHighlight.h"
 #include "overlays/BRMovieBoundsView.h"
+#include "overlays/BRScreenEventController.h"
 
 #include <QEventLoop>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
 /// What `tolvane record` shows on the screen where it is asked to: the choice of the area, the
-/// cover over the desktop, the countdown, the frame around the area. Main thread.
+/// cover over the desktop, the countdown, the frame around the area, clicks, keys and a highlight
+/// of the cursor. Outlives what it makes. Main thread.
 class BRRecordOverlays final : private BRCountdownDelegate {
 public:
     /// None where nothing is to be shown. `arguments` and the platforms outlive it.
@@ -30,6 +34,13 @@ public:
     void prepareScreen();
     /// From inside `prepareScreen()`, or before.
     void cancel();
+
+    /// Shows clicks and keys, as far as wanted, once it is told to; null where none are.
+    std::unique_ptr<BRScreenEventController>
+    makeScreenEventController(BRApplication &application,
+                              std::function<PXRect()> currentScreenSelectionRect);
+    /// Null where it is not wanted.
+    PXExpected<std::unique_ptr<BRCursorHighlight>> makeCursorHighlight();
 
 private:
     BRRecordOverlays(const BRRecordArguments &arguments, PXScreenPlatform &platform,

@@ -76,9 +76,15 @@ void X11Connection::sync()
     replyIfThere<xcb_get_input_focus_reply>(xcb_get_input_focus(get()));
 }
 
-PXExpected<void> X11Connection::check(const char *request, xcb_void_cookie_t cookie)
+PXExpected<void> X11Connection::check(const char *request,
+                                      std::span<const xcb_void_cookie_t> cookies)
 {
-    const X11Reply<xcb_generic_error_t> error(xcb_request_check(get(), cookie));
+    X11Reply<xcb_generic_error_t> error;
+    for (const xcb_void_cookie_t cookie : cookies) {
+        X11Reply<xcb_generic_error_t> next(xcb_request_check(get(), cookie));
+        if (!error)
+            error = std::move(next);
+    }
     _wakeReader();
     if (error || isLost())
         return PXFail(failure(request, error.get()));

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <span>
 #include <thread>
 #include <type_traits>
 
@@ -71,7 +72,12 @@ public:
     void sync();
 
     /// Waits until the server has done a checked request.
-    PXExpected<void> check(const char *request, xcb_void_cookie_t cookie);
+    PXExpected<void> check(const char *request, xcb_void_cookie_t cookie)
+    {
+        return check(request, std::span(&cookie, 1));
+    }
+    /// The same for several that are one to us: the first failure stands for all of them.
+    PXExpected<void> check(const char *request, std::span<const xcb_void_cookie_t> cookies);
 
     /// What a request failed with, logged; without an error of the server the connection is lost.
     PXError failure(const char *request, const xcb_generic_error_t *error);

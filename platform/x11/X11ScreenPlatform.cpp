@@ -4,6 +4,9 @@
 #include "platform/x11/X11DamageSource.h"
 #include "platform/x11/X11DisplayLink.h"
 #include "platform/x11/X11FrameBufferReader.h"
+#include "platform/x11/X11FrontProcess.h"
+#include "platform/x11/X11InputMonitor.h"
+#include "platform/x11/X11Keyboard.h"
 #include "platform/x11/X11MainDisplay.h"
 #include "platform/x11/X11VerticalBlank.h"
 #include "platform/x11/X11WindowServer.h"
@@ -92,11 +95,6 @@ void ignoreBrokenPipes()
     sigaction(SIGPIPE, &action, nullptr);
 }
 
-PXError notYet()
-{
-    return {kPXDisplayErrorDomain, PXDisplayNotSupported, u"Keys are not watched yet"_s, {}, {}};
-}
-
 class X11Screen final : public PXScreenPlatform {
 public:
     X11Screen(QString displayName, std::shared_ptr<std::atomic<bool>> lossIsLogged,
@@ -142,23 +140,33 @@ public:
 
     PXExpected<std::unique_ptr<PXWindowServer>> makeWindowServer() override
     {
-        auto connection = X11Connection::open(_displayName, _lossIsLogged);
-        if (!connection)
-            return PXFail(std::move(connection).error());
-        return X11WindowServer::onConnection(*std::move(connection));
+        return _onOneConnection<PXWindowServer>(X11WindowServer::onConnection);
     }
-
-    PXExpected<std::unique_ptr<PXKeyboard>> makeKeyboard() override { return PXFail(notYet()); }
-    PXExpected<std::unique_ptr<PXInputMonitor>> makeInputMonitor(PXInputMonitorDelegate &) override
+    PXExpected<std::unique_ptr<PXKeyboard>> makeKeyboard() override
     {
-        return PXFail(notYet());
+        return _onOneConnection<PXKeyboard>(X11Keyboard::onConnection);
+    }
+    PXExpected<std::unique_ptr<PXInputMonitor>>
+    makeInputMonitor(PXInputMonitorDelegate &delegate) override
+    {
+        return _onOneConnection<PXInputMonitor>([&](std::unique_ptr<X11Connection> connection) {
+            return X11InputMonitor::onConnection(std::move(connection), delegate);
+        });
     }
     PXExpected<std::unique_ptr<PXFrontProcess>> makeFrontProcess() override
     {
-        return PXFail(notYet());
+        return _onOneConnection<PXFrontProcess>(X11FrontProcess::onConnection);
     }
 
 private:
+    template <typename Service, typename Make>
+    PXExpected<std::unique_ptr<Service>> _onOneConnection(Make make)
+    {
+        auto connection = X11Connection::open(_displayName, _lossIsLogged);
+        if (!connection)
+            return PXFail(std::move(connection).error());
+        return make(*std::move(connection));
+    }
     template <typename Service, typename Make>
     PXExpected<std::unique_ptr<Service>> _onTwoConnections(Make make)
     {

@@ -73,18 +73,5 @@ void X11WindowFocus::giveBack()
             _setFocus(predecessor->focused);
         return;
     }
-    if (!_windows.exists(predecessor->active))
-        return;
-    constexpr std::uint32_t isFromPager = 2; // One that the user controls, so it is believed.
-    xcb_client_message_event_t message = {};
-    message.response_type = XCB_CLIENT_MESSAGE;
-    message.format = 32;
-    message.window = predecessor->active;
-    message.type = _atoms.activeWindow;
-    message.data.data32[0] = isFromPager;
-    message.data.data32[1] = XCB_CURRENT_TIME;
-    xcb_send_event(_connection.get(), 0, _connection.root(),
-                   XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
-                   reinterpret_cast<const char *>(&message));
-    xcb_flush(_connection.get());
+    _windows.activate(predecessor->active);
 }

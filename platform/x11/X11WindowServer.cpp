@@ -1,6 +1,7 @@
 #include "platform/x11/X11WindowServer.h"
 
 #include "platform/x11/X11DashedFrame.h"
+#include "platform/x11/X11Settings.h"
 
 #include <QGuiApplication>
 
@@ -98,6 +99,18 @@ void X11WindowServer::handleEvent(const xcb_generic_event_t &event)
     const bool isCompositing = selection.owner != XCB_NONE;
     if (_isCompositing.exchange(isCompositing) != isCompositing)
         _compositingObservers.tell();
+}
+
+PXPixelRect X11WindowServer::pointerPixel() const
+{
+    const auto pointer = _connection->replyIfThere<xcb_query_pointer_reply>(
+        xcb_query_pointer(_connection->get(), _connection->root()));
+    return pointer ? PXPixelRect{pointer->root_x, pointer->root_y, 1, 1} : PXPixelRect{};
+}
+
+bool X11WindowServer::prefersReducedMotion() const
+{
+    return X11Settings::integer(*_connection, "Gtk/EnableAnimations") == 0;
 }
 
 void X11WindowServer::_setProperty(xcb_window_t window, xcb_atom_t name, xcb_atom_t type,

@@ -27,7 +27,8 @@ public:
         return _compositingObservers.add(std::move(changed));
     }
 
-    [[nodiscard]] bool prefersReducedMotion() const override { return false; }
+    [[nodiscard]] PXPixelRect pointerPixel() const override;
+    [[nodiscard]] bool prefersReducedMotion() const override;
 
     void setLevel(WindowID window, PXWindowLevel level) override;
     void joinAllSpaces(WindowID window) override;

@@ -94,3 +94,21 @@ bool X11Windows::hasWindowManager() const
     const std::vector<std::uint32_t> check = property(_connection.root(), _atoms.supportingCheck);
     return !check.empty() && !property(check.front(), _atoms.supportingCheck).empty();
 }
+
+void X11Windows::activate(xcb_window_t window) const
+{
+    if (!exists(window))
+        return;
+    constexpr std::uint32_t isFromPager = 2; // One that the user controls, so it is believed.
+    xcb_client_message_event_t message = {};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = window;
+    message.type = _atoms.activeWindow;
+    message.data.data32[0] = isFromPager;
+    message.data.data32[1] = XCB_CURRENT_TIME;
+    xcb_send_event(_connection.get(), 0, _connection.root(),
+                   XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                   reinterpret_cast<const char *>(&message));
+    xcb_flush(_connection.get());
+}

@@ -34,6 +34,9 @@ public:
     [[nodiscard]] std::vector<std::uint32_t> property(xcb_window_t window, xcb_atom_t name) const;
     [[nodiscard]] bool hasWindowManager() const;
 
+    /// Asks the window manager to bring it to the front with the keyboard, as a pager does.
+    void activate(xcb_window_t window) const;
+
 private:
     X11Connection &_connection;
     const X11Atoms &_atoms;
