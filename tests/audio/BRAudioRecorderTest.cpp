@@ -6,6 +6,7 @@
 #include "foundation/PXDefaults.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 #include "platform/pulse/PulseSoundPlatform.h"
+#include "tests/ffmpeg/SoundMaker.h"
 #include "tests/pulse/Listener.h"
 #include "tests/support/SoundPlayer.h"
 #include "tests/support/SoundServer.h"
@@ -124,31 +125,15 @@ protected:
     std::vector<float> recorded() { return recorded(recorder); }
     std::vector<float> recorded(const BRAudioRecorder &by)
     {
-        const auto extraction = valueOf(media.makeSoundExtraction(by.outputFile()));
-        const PXSoundFormat format = extraction->format();
-        EXPECT_EQ(format.sampleRate % 100, 0);
+        const PXSoundFormat format = valueOf(media.makeSoundExtraction(by.outputFile()))->format();
         rate = format.sampleRate;
-        std::vector<float> mono;
-        const auto channels = static_cast<std::size_t>(format.channels);
-        std::vector<float> piece(4096 * channels);
-        for (;;) {
-            const int frames = valueOf(extraction->fill(std::as_writable_bytes(std::span(piece))));
-            if (frames == 0)
-                return mono;
-            for (std::size_t i = 0; i < static_cast<std::size_t>(frames); ++i)
-                mono.push_back(piece[i * channels]);
-        }
+        return channelOf<float>(extract<float>(by.outputFile()), format.channels, 0);
     }
     /// Mono, as `recorded()` has it.
     std::vector<float> heardBy(Listener &listener, const PXSoundFormat &format)
     {
-        const auto played = listener.recording();
-        std::vector<float> left;
-        for (std::size_t i = 0; i < played.samples.size();
-             i += static_cast<std::size_t>(format.channels))
-            left.push_back(played.samples[i]);
         rate = format.sampleRate;
-        return left;
+        return channelOf<float>(listener.recording().samples, format.channels, 0);
     }
     std::vector<float> lastSeconds(double seconds, const std::vector<float> &samples) const
     {

@@ -2,13 +2,12 @@
 #include "audio/privileged/PXFileDescriptor.h"
 #include "platform/pulse/PulseSoundPlatform.h"
 #include "tests/audio/PrivateFolders.h"
+#include "tests/support/Files.h"
 #include "tests/support/SoundServer.h"
 #include "tests/support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -34,10 +33,8 @@ protected:
     [[nodiscard]] QByteArray name() const { return QFile::encodeName(path()); }
     void put(const QByteArray &contents, mode_t mode = 0600) const
     {
-        QFile file(path());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
-        ASSERT_EQ(::fchmod(file.handle(), mode), 0);
+        writeFile(path(), contents);
+        ASSERT_EQ(::chmod(name().constData(), mode), 0);
     }
 
     QTemporaryDir _folder;
@@ -63,9 +60,7 @@ TEST_F(UIDFile, IsTheUsersAlone)
     restorer.writeUID(u"real_out"_s);
     EXPECT_FALSE(QFile::exists(treasure));
     EXPECT_EQ(restorer.savedUID(), u"real_out"_s);
-    EXPECT_EQ(
-        QDir(_folder.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-        QStringList(u"Output Device UID"_s));
+    EXPECT_EQ(everythingIn(_folder.path()), QStringList(u"Output Device UID"_s));
 }
 
 TEST_F(UIDFile, WhatAnotherMayHavePutThereIsNotRead)
@@ -117,9 +112,7 @@ TEST_F(UIDFile, AnotherUsersFileStays)
         QFile::remove(copy);
         EXPECT_FALSE(both.savedUID());
     }
-    QFile file(path());
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.readAll(), "theirs");
+    EXPECT_EQ(contentsOf(path()), "theirs");
 }
 
 TEST_F(UIDFile, ACopyLiesOnlyInAFolderOfTheUsers)

@@ -6,7 +6,6 @@
 #include "tests/support/WaitUntil.h"
 
 #include <QCoreApplication>
-#include <QFileInfo>
 #include <QTimer>
 
 #include <chrono>

@@ -2,6 +2,7 @@
 
 #include "platform/PXCodec.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
+#include "tests/ffmpeg/SoundMaker.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/Sanitizers.h"
 
@@ -9,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <sys/resource.h>
@@ -93,23 +93,9 @@ protected:
     /// All that is in the file, mono.
     std::vector<float> recorded()
     {
-        auto extraction = _media.makeSoundExtraction(path());
-        if (!extraction) {
-            ADD_FAILURE() << extraction.error().description.toStdString();
-            return {};
-        }
-        const int channels = (*extraction)->format().channels;
-        std::vector<float> samples;
-        std::vector<float> piece(std::size_t{4096} * static_cast<std::size_t>(channels));
-        for (;;) {
-            const int frames
-                = (*extraction)->fill(std::as_writable_bytes(std::span(piece))).value();
-            if (frames == 0)
-                return samples;
-            for (int i = 0; i < frames; ++i)
-                samples.push_back(
-                    piece[static_cast<std::size_t>(i) * static_cast<std::size_t>(channels)]);
-        }
+        const auto extraction = _media.makeSoundExtraction(path());
+        const int channels = extraction.value()->format().channels;
+        return channelOf<float>(extract<float>(path()), channels, 0);
     }
 };
 
