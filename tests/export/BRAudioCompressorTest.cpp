@@ -133,9 +133,7 @@ TEST_F(SoundCompression, KeepsRateAndChannelsInTheirPlaces)
         std::uint64_t mask;
         const char *layout; ///< As ffprobe names it.
     } cases[] = {
-        {"aac ", 44100, 1, 0, "mono"},          {"alac", 44100, 1, 0, "mono"},
-        {"sowt", 44100, 1, 0, "mono"},          {"aac ", 44100, 2, 0, "stereo"},
-        {"ulaw", 44100, 2, 0, "stereo"},        {"aac ", 48000, 6, kBack, "5.1"},
+        {"aac ", 44100, 1, 0, "mono"},          {"aac ", 48000, 6, kBack, "5.1"},
         {"alac", 48000, 6, kBack, "5.1"},       {"sowt", 48000, 6, kBack, "5.1"},
         {"sowt", 48000, 6, kSide, "5.1(side)"}, {"aac ", 48000, 6, kSide, "5.1"},
     };

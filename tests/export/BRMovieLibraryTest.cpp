@@ -26,22 +26,6 @@ protected:
     BRMovieLibrary library{movies.path(), media, defaults};
 };
 
-TEST_F(MovieLibrary, ListsTheNewestFirstAndKeepsWhatItKnows)
-{
-    add(u"A1"_s, u"old"_s, 1);
-    add(u"A2"_s, u"new"_s, 3);
-    add(u"B1"_s, u"middle"_s, 2);
-    QDir(movies.path()).mkdir(u"no movie"_s);
-    ASSERT_TRUE(library.loadAll());
-    EXPECT_EQ(namesIn(library), QStringList({u"new"_s, u"middle"_s, u"old"_s}));
-    const auto known = library.movies().front();
-    QDir(folderOf(u"A1"_s)).removeRecursively();
-    add(u"C1"_s, u"newest"_s, 4);
-    ASSERT_TRUE(library.loadAll());
-    EXPECT_EQ(namesIn(library), QStringList({u"newest"_s, u"new"_s, u"middle"_s}));
-    EXPECT_EQ(library.movies()[1], known);
-}
-
 TEST_F(MovieLibrary, AMovieIsTheFolderThatItWasFoundIn)
 {
     add(u"A1"_s, u"one"_s, 2);

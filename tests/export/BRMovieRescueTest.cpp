@@ -1,7 +1,6 @@
 #include "export/BRMovieRescue.h"
 
 #include "export/BRCapturedMovie.h"
-#include "export/BRMovieFolderLock.h"
 #include "tests/export/LibraryFolder.h"
 
 #include <gmock/gmock.h>
@@ -171,33 +170,6 @@ TEST_F(MovieRescue, WhatCannotBeReadIsNotTakenForDamaged)
     ASSERT_EQ(mkfifo(info.constData(), 0600), 0);
     EXPECT_FALSE(BRMovieRescue::rescue(folderOf(kUUID), media));
     EXPECT_THAT(filesOf(kUUID), Not(Contains(kBRMovieInfoName + u".damaged"_s)));
-}
-
-TEST_F(MovieRescue, LeavesAloneWhatIsBeingWrittenOrWhole)
-{
-    record(kUUID, End::Killed);
-    writeInfo(kUUID);
-    const QString video = fileOf(kUUID, kBRCaptureVideoDataName);
-    const QByteArray before = contentsOf(video);
-    {
-        const auto lock = BRMovieFolderLock::take(folderOf(kUUID));
-        ASSERT_TRUE(lock && *lock);
-        EXPECT_FALSE((*lock)->wasLeft());
-        EXPECT_EQ(rescue().outcome, Outcome::BeingWritten);
-        EXPECT_EQ(contentsOf(video), before);
-    }
-    QDir(folderOf(kUUID)).removeRecursively();
-    record(kUUID, End::Stopped);
-    writeInfo(kUUID);
-    EXPECT_FALSE(isNeeded());
-    EXPECT_EQ(rescue().outcome, Outcome::Untouched);
-    EXPECT_FALSE(movie()->wasRescued());
-
-    QDir(folderOf(kUUID)).removeRecursively();
-    record(kUUID, End::Killed, 0);
-    writeInfo(kUUID);
-    EXPECT_EQ(rescue().outcome, Outcome::Empty);
-    EXPECT_FALSE(infoOf(kUUID).contains(kBRWasRescuedKey));
 }
 
 } // namespace

@@ -152,45 +152,6 @@ TEST_F(BRFrameStreamerTest, WhatGoesInComesOut)
     }
 }
 
-// The plain reading call gives the bytes as they are stored, the frames come out right all the
-// same.
-TEST_F(BRFrameStreamerTest, RowsAreStoredInTheirOldOrders)
-{
-    const PXRect whole{0, 0, 3, 2};
-    const struct {
-        BRRawCompression compression;
-        Picture stored;
-    } cases[] = {
-        {BRRawCompression::None,
-         {0xFF000001, 0xFF000001, 0xFF000001, 0xFFAABBCC, 0xFFAABBCC, 0xFFAABBCC}},
-        {BRRawCompression::RLE,
-         {0xCCBBAAFF, 0xCCBBAAFF, 0xCCBBAAFF, 0x010000FF, 0x010000FF, 0x010000FF}},
-    };
-    for (const auto &c : cases) {
-        Picture pixels = threeByTwo();
-        const auto streamer = writer({3, 2}, c.compression);
-        ASSERT_TRUE(streamer->writeFrameWithDirtyRects(std::array{whole}, 0));
-        ASSERT_TRUE(streamer->writeDirtyRect(whole, whole, viewOf(pixels, 3, 2)));
-        const auto read = reader();
-        EXPECT_TRUE(read->wasInterrupted());
-        const auto frames = framesOf(*read);
-        ASSERT_EQ(frames.size(), 1U);
-        EXPECT_EQ(frames[0].picture.front(), 0xFFAABBCC) << "the top row comes first";
-        EXPECT_EQ(frames[0].picture.back(), 0xFF000001);
-        EXPECT_TRUE(frames[0].isKeyFrame);
-        const auto again = reader();
-        std::uint32_t count = 0;
-        double timestamp = 0;
-        PXRect rect;
-        Picture rows(6);
-        ASSERT_TRUE(again->readFrame(count, timestamp));
-        ASSERT_TRUE(again->readDirtyRect(rect, std::as_writable_bytes(std::span(rows))));
-        EXPECT_EQ(rect, whole);
-        EXPECT_EQ(rows, c.stored);
-        EXPECT_FALSE(again->readFrame(count, timestamp));
-    }
-}
-
 TEST_F(BRFrameStreamerTest, PositionsBeyondFourGigabytes)
 {
     // A sparse hole between two frames stands for hours of recording.
