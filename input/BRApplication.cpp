@@ -66,11 +66,12 @@ bool isModifierKey(int key)
         || (key >= Qt::Key_Super_L && key <= Qt::Key_Hyper_R) || key == Qt::Key_AltGr;
 }
 
-/// Whether one of our own windows has the keyboard.
+/// Whether one of our own windows has the keyboard. The toolkit's own opinion of its state stays
+/// behind when a window that had it is destroyed, as the countdown's is.
 bool isActive()
 {
     return qobject_cast<QGuiApplication *>(QCoreApplication::instance()) != nullptr
-        && QGuiApplication::applicationState() == Qt::ApplicationActive;
+        && QGuiApplication::focusWindow() != nullptr;
 }
 
 } // namespace

@@ -57,13 +57,13 @@ QSize KPBezelWindow::shownInteriorSize() const
     return _shownInteriorSize.value_or(_interiorSize);
 }
 
-QRect KPBezelWindow::_bezelRect() const
+QRect KPBezelWindow::_bezelRectIn(const PXPixelRect &frame) const
 {
     const QSize size = withInsets(shownInteriorSize());
     const KPKeyboardPosition fixed = fixedPoint();
-    const int above = frame().height - size.height();
-    return {{KPAnchoredOffset(fixed.x, frame().width, size.width()),
-             above - KPAnchoredOffset(fixed.y, frame().height, size.height())},
+    const int above = frame.height - size.height();
+    return {{KPAnchoredOffset(fixed.x, frame.width, size.width()),
+             above - KPAnchoredOffset(fixed.y, frame.height, size.height())},
             size};
 }
 
@@ -91,7 +91,6 @@ void KPBezelWindow::_fitFrame(bool display)
 {
     const QSize size = withInsets(_interiorSize.expandedTo(shownInteriorSize()));
     resizeFrame(size, display);
-    _cutToShape();
     if (display)
         update();
 }
@@ -99,7 +98,7 @@ void KPBezelWindow::_fitFrame(bool display)
 void KPBezelWindow::resizeFrame(const QSize &size, bool)
 {
     const int bottom = frame().y + frame().height;
-    setFrame({frame().x, bottom - size.height(), size.width(), size.height()});
+    setBezelFrame({frame().x, bottom - size.height(), size.width(), size.height()});
 }
 
 void KPBezelWindow::setStyle(const KPKeystrokeStyle &style)
@@ -107,25 +106,26 @@ void KPBezelWindow::setStyle(const KPKeystrokeStyle &style)
     if (_style == style)
         return;
     _style = style;
-    _cutToShape();
+    setBezelFrame(frame());
     update();
 }
 
 void KPBezelWindow::followCompositing()
 {
-    _cutToShape();
+    setBezelFrame(frame());
     update();
 }
 
-void KPBezelWindow::_cutToShape()
+void KPBezelWindow::setBezelFrame(const PXPixelRect &newFrame)
 {
-    const QRect shape = isCompositing() ? QRect() : _bezelRect();
+    const QRect shape = isCompositing() ? QRect() : _bezelRectIn(newFrame);
     const int radius = _style.cornerRadius();
-    if (shape == _shape && radius == _shapeRadius)
+    if (newFrame == frame() && shape == _shape && radius == _shapeRadius)
         return;
     _shape = shape;
     _shapeRadius = radius;
-    setShape(shape.isEmpty() ? std::nullopt : std::optional(roundedRegion(shape, radius)));
+    setFrame(newFrame,
+             shape.isEmpty() ? std::nullopt : std::optional(roundedRegion(shape, radius)));
 }
 
 void KPBezelWindow::paintEvent(QPaintEvent *)

@@ -33,6 +33,9 @@ public:
     /// None: as large as it is.
     void setShownInteriorSize(const std::optional<QSize> &size);
 
+    /// Where it is, in the desktop's pixels.
+    void setBezelFrame(const PXPixelRect &frame);
+
     [[nodiscard]] const KPKeystrokeStyle &style() const { return _style; }
     void setStyle(const KPKeystrokeStyle &style);
 
@@ -58,14 +61,15 @@ protected:
 
 private:
     void _fitFrame(bool display);
-    void _cutToShape();
-    [[nodiscard]] QRect _bezelRect() const;
+    [[nodiscard]] QRect _bezelRectIn(const PXPixelRect &frame) const;
+    [[nodiscard]] QRect _bezelRect() const { return _bezelRectIn(frame()); }
     [[nodiscard]] bool _fadesAtOnce() const;
 
     QWidget *const mInteriorView;
     QSize _interiorSize;
     std::optional<QSize> _shownInteriorSize;
     KPKeystrokeStyle _style;
-    QRect _shape; ///< What the window was cut to; empty for a whole one.
+    // What the window was cut to; empty for a whole one.
+    QRect _shape;
     int _shapeRadius = 0;
 };

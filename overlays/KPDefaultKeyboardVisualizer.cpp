@@ -50,8 +50,9 @@ KPDefaultKeyboardVisualizer::KPDefaultKeyboardVisualizer(PXWindowServer &windowS
     // In the middle of the display, for a position that leaves it where it is.
     const PXPixelRect display = _mainDisplay.bounds();
     const PXPixelRect frame = mWindow->frame();
-    mWindow->setFrame({display.x + (display.width - frame.width) / 2,
-                       display.y + (display.height - frame.height) / 2, frame.width, frame.height});
+    mWindow->setBezelFrame({display.x + (display.width - frame.width) / 2,
+                            display.y + (display.height - frame.height) / 2, frame.width,
+                            frame.height});
     QWidget &interiorView = mWindow->interiorView();
     mStackerView = new KPDefaultKeystrokeStackerView(interiorView.rect(), *this);
     auto *layout = new QVBoxLayout(&interiorView);
@@ -113,9 +114,7 @@ void KPDefaultKeyboardVisualizer::setWindowFrameRespectingPosition(const PXRect 
         placed.x = origin.x;
         placed.y = origin.y;
     }
-    const PXPixelRect pixels = PXPixelsFromRect(placed, _mainDisplay.bounds());
-    if (pixels != mWindow->frame())
-        mWindow->setFrame(pixels);
+    mWindow->setBezelFrame(PXPixelsFromRect(placed, _mainDisplay.bounds()));
     if (display)
         mWindow->update();
 }

@@ -54,6 +54,18 @@ private:
     QTextLine _line;
 };
 
+/// A shortcut or a name among others would read on into them: "⌘S" and Return, or "a", F1, "b".
+bool isWord(const KPKeystrokePiece &piece)
+{
+    return piece.type != KPKeystrokeType::Character && piece.text.size() > 1;
+}
+
+/// What is seen between two neighbours.
+QString gap(const KPKeystrokePiece &one, const KPKeystrokePiece &next)
+{
+    return isWord(one) || isWord(next) ? u" "_s : KPKeystroke::separator(one, next);
+}
+
 /// About how much of the line the piece takes; what stands beside it changes that.
 double widthOf(const KPKeystrokePiece &piece, const QFontMetricsF &metrics)
 {
@@ -100,7 +112,7 @@ KPAttributedString KPDefaultKeystrokeCell::attributedStringForKeystroke(
     const auto &pieces = keystroke.pieces();
     for (std::size_t i = first; i < pieces.size(); ++i) {
         if (i > first)
-            result.string += KPKeystroke::separator(pieces[i - 1], pieces[i]);
+            result.string += gap(pieces[i - 1], pieces[i]);
         result.string += pieces[i].text;
         const QString counter = pieces[i].counter();
         if (!counter.isEmpty())
@@ -125,8 +137,13 @@ void KPDefaultKeystrokeCell::_layOut()
     const QFontMetricsF metrics(style.font());
     _first = pieces.size() - 1;
     double width = widthOf(pieces.back(), metrics);
-    while (_first > 0 && width + widthOf(pieces[_first - 1], metrics) <= room)
-        width += widthOf(pieces[--_first], metrics);
+    while (_first > 0) {
+        width += widthOf(pieces[_first - 1], metrics)
+            + metrics.horizontalAdvance(gap(pieces[_first - 1], pieces[_first]));
+        if (width > room)
+            break;
+        --_first;
+    }
     QSizeF line = sizeFrom(_first);
     while (line.width() > room && _first + 1 < pieces.size())
         line = sizeFrom(++_first);

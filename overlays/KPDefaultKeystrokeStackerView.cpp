@@ -87,17 +87,16 @@ bool KPDefaultKeystrokeStackerView::_runsTogether(const KPKeystroke &keystroke) 
 
 void KPDefaultKeystrokeStackerView::_addKeystroke(const KPKeystroke &keystroke)
 {
+    _endAnimation();
     KPDefaultKeystrokeCell cell(keystroke);
     const PXSize size = _sizeOfKeystrokeCell(cell);
     cell.setCachedCellFrame({0, -size.height, size.width, size.height});
-    const float room = mVisualizer.roomForLines().height;
-    while (!mKeystrokes.empty() && static_cast<float>(_sizeOfLines().height()) + size.height > room)
-        _takeLastLine();
+    _makeRoom(size.height);
     mKeystrokes.push_front(keystroke);
     mKeystrokeCells.push_front(std::move(cell));
     _layout();
     if (mKeystrokes.size() == 1) {
-        _endAnimation();
+        _leavingCell.reset();
         mVisualizer.window().setInteriorSize(_sizeOfLines(), true);
         mVisualizer.fadeIn();
     } else {
@@ -106,6 +105,18 @@ void KPDefaultKeystrokeStackerView::_addKeystroke(const KPKeystroke &keystroke)
     if (!mTimer.isValid())
         mTimer.scheduleTimerWithTimeInterval(kExpiryInterval,
                                              [this](PXTimerTarget &) { _keystrokeTimer(); });
+}
+
+void KPDefaultKeystrokeStackerView::_makeRoom(float height)
+{
+    const float room = mVisualizer.roomForLines().height;
+    while (!mKeystrokes.empty() && static_cast<float>(_sizeOfLines().height()) + height > room) {
+        _leavingCell = mKeystrokeCells.back();
+        PXRect frame = _leavingCell->cachedCellFrame();
+        frame.y += height; // It goes up with the others.
+        _leavingCell->setCachedCellFrame(frame);
+        _takeLastLine();
+    }
 }
 
 void KPDefaultKeystrokeStackerView::_takeLastLine()
@@ -204,7 +215,6 @@ void KPDefaultKeystrokeStackerView::_resizeKeystrokeCell(KPDefaultKeystrokeCell 
 
 void KPDefaultKeystrokeStackerView::_animateAdditionOfShortcut(float height)
 {
-    _endAnimation();
     _animate(Animation::Addition, -height, 0);
 }
 

@@ -45,8 +45,9 @@ private:
 
     [[nodiscard]] bool _runsTogether(const KPKeystroke &keystroke) const;
     void _addKeystroke(const KPKeystroke &keystroke);
+    /// Takes the oldest lines away until there is room for one of that height.
+    void _makeRoom(float height);
     void _removeLastKeystroke();
-    /// Without the line, and without what depends on it.
     void _takeLastLine();
     void _keystrokeTimer();
 

@@ -15,7 +15,6 @@ namespace {
 constexpr int kSmallestText = 12;
 constexpr int kLargestText = 200;
 constexpr int kSmallestTextThatFits = 8; ///< In a recorded rectangle that is too low for any other.
-constexpr float kLeastOpacity = 0.5F;
 constexpr double kLeastContrast = 3; ///< What the web's guidelines ask of large text.
 constexpr float kBorderOpacity = 0.2F;
 
@@ -100,11 +99,12 @@ KPKeystrokeStyle KPKeystrokeStyle::currentStyle(const PXSize &room, Blending ble
     style.textSize = sizeThatFits(std::clamp(textSize, kSmallestText, kLargestText), room.height);
     style.maximumWidth = PXClampToInt(static_cast<double>(room.width));
     style.textColor = color(u"keyboardEventTextColor"_s, PXColor::calibratedWhite(1, 1));
-    style.textColor.setAlphaF(std::max(style.textColor.alphaF(), kLeastOpacity));
     style.backgroundColor
         = color(u"keyboardEventBackgroundColor"_s, PXColor::calibratedWhite(0, 0.8F));
     if (blending == Blending::Opaque)
         style.backgroundColor = opaque(style.backgroundColor);
+    if (!isLegible(style.textColor, style.backgroundColor))
+        style.textColor = opaque(style.textColor);
     if (!isLegible(style.textColor, style.backgroundColor))
         style.outlineColor = isDark(style.textColor) ? Qt::white : Qt::black;
     return style;

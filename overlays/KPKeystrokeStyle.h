@@ -16,8 +16,8 @@ struct KPKeystrokeStyle {
 
     /// As the settings are now. "keyboardEventTextSize" counts from 12 to 200; a line that is still
     /// higher than `room`, what there is for all lines, gets a smaller text. A text that would be
-    /// lost on its background, or on what shines through, gets an outline, and is never more
-    /// transparent than half.
+    /// lost on its background, or on what shines through, is opaque, and gets an outline where that
+    /// is not enough.
     static KPKeystrokeStyle currentStyle(const PXSize &room, Blending blending);
 
     int textSize = 0; ///< Of an em.

@@ -114,6 +114,12 @@ void BROverlayWindow::setFrame(const PXPixelRect &frame)
         _applyFrame();
 }
 
+void BROverlayWindow::setFrame(const PXPixelRect &frame, const std::optional<QRegion> &shape)
+{
+    _shape = shape;
+    setFrame(frame);
+}
+
 void BROverlayWindow::_createIfNeeded()
 {
     if (_isCreated)

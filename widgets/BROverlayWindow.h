@@ -57,6 +57,8 @@ public:
     [[nodiscard]] QWidget *contentView() const { return _contentView; }
 
     void setFrame(const PXPixelRect &frame);
+    /// With another shape at once, so that between the two nothing shows that neither has.
+    void setFrame(const PXPixelRect &frame, const std::optional<QRegion> &shape);
     [[nodiscard]] const PXPixelRect &frame() const { return _frame; }
     [[nodiscard]] PXWindowServer &windowServer() const { return _server; }
 

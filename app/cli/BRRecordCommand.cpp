@@ -41,6 +41,22 @@ constexpr int kTickMs = 1000; ///< Between two live lines.
 constexpr std::chrono::seconds kLongestWaitForSound(1);
 constexpr double kLongestDuration = 2'000'000; ///< Seconds; what a timer's milliseconds can count.
 
+/// Says once that keys do not work everywhere: the recording itself goes on.
+class HotKeyAlert final : public PXAlert {
+public:
+    void beep(const QString &message) override
+    {
+        if (std::exchange(_hasTold, true))
+            return;
+        BRTerminal::ringBell();
+        BRTerminal::printWarning(
+            message + u": another program may hold the keys; the recording goes on without"_s);
+    }
+
+private:
+    bool _hasTold = false;
+};
+
 /// One recording from its folder to its last line of output.
 class RecordCommand final : private BRScreenRecorderDelegate,
                             private BRAudioRecorderDelegate,
@@ -54,7 +70,7 @@ public:
           _folderPath(QDir(moviesFolder).filePath(_uuid)),
           _overlays(overlays),
           _recorder(_uuid, this, platform, nullptr, overlays ? overlays->movieBounds() : nullptr),
-          _application(platform, *this, this)
+          _application(platform, *this, &_hotKeyAlert)
     {
         _recorder.setAlert(this);
     }
@@ -307,6 +323,7 @@ private:
     BRSoundAlert _soundAlert;
     BRScreenRecorder _recorder;
     std::optional<BRAudioRecorder> _audioRecorder; ///< Where sound is recorded.
+    HotKeyAlert _hotKeyAlert;
     BRApplication _application;
     std::unique_ptr<BRCursorHighlight> _cursorHighlight;
     std::unique_ptr<BRScreenEventController> _screenEventController;

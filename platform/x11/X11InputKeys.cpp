@@ -92,6 +92,8 @@ std::uint64_t X11InputKeys::eventsWereHandled()
 {
     if (_keyboard.refresh())
         _repeat.readControls();
+    if (_keyboard.settle())
+        return 0;
     if (_pending && std::exchange(_pending->wasAwaited, true))
         _tellModifier(); // It changes nothing: the other key for it is held, too.
     if (_pending) {

@@ -22,7 +22,7 @@ public:
     /// Of one keyboard, `source`.
     void keyWentDown(std::uint32_t key, std::uint16_t source, xcb_timestamp_t time);
     void keyWentUp(std::uint32_t key, std::uint16_t source, xcb_timestamp_t time);
-    /// All others: what keymap and modifiers do.
+    /// What keymap and modifiers do. Every event, those above before they are told.
     void handleEvent(const xcb_generic_event_t &event);
     /// As `X11EventThread::Delegate` has it.
     std::uint64_t eventsWereHandled();

@@ -59,15 +59,14 @@ X11InputMonitor::X11InputMonitor(std::unique_ptr<X11Connection> connection,
 
 void X11InputMonitor::handleEvent(const xcb_generic_event_t &event)
 {
+    _keys.handleEvent(event);
     if (event.response_type == XCB_MAPPING_NOTIFY
         && reinterpret_cast<const xcb_mapping_notify_event_t &>(event).request
             == XCB_MAPPING_POINTER)
         _mouse.readMapping();
     const auto &generic = reinterpret_cast<const xcb_ge_generic_event_t &>(event);
-    if (event.response_type != XCB_GE_GENERIC || generic.extension != _inputExtension) {
-        _keys.handleEvent(event);
+    if (event.response_type != XCB_GE_GENERIC || generic.extension != _inputExtension)
         return;
-    }
     // Keys and buttons have the same layout.
     const auto &raw = reinterpret_cast<const xcb_input_raw_key_press_event_t &>(event);
     switch (raw.event_type) {

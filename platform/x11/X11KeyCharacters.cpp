@@ -96,9 +96,9 @@ QString X11KeyCharacters::ofSymbol(xkb_keysym_t symbol)
 {
     if (symbol >= XKB_KEY_F1 && symbol <= XKB_KEY_F35)
         return QChar(symbol == XKB_KEY_F16 ? kF16 : kFunctionKey);
-    if (const QString named = find(kNamedKeys, symbol); !named.isEmpty())
+    if (QString named = find(kNamedKeys, symbol); !named.isEmpty())
         return named;
-    if (const QString accent = find(kDeadKeys, symbol); !accent.isEmpty())
+    if (QString accent = find(kDeadKeys, symbol); !accent.isEmpty())
         return accent;
     const char32_t character = xkb_keysym_to_utf32(symbol);
     const bool isControl = character < 0x20 || (character >= 0x7F && character < 0xA0);

@@ -49,5 +49,5 @@ std::uint64_t X11Keyboard::eventsWereHandled()
 {
     if (_state.refresh())
         _hotKeys.setModifiers(_state.modifiers());
-    return X11EventThread::kNever;
+    return _state.settle() ? 0 : X11EventThread::kNever;
 }

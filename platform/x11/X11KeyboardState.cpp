@@ -4,6 +4,8 @@
 
 #include <xkbcommon/xkbcommon-x11.h>
 
+#include <utility>
+
 namespace {
 
 constexpr xcb_xkb_device_spec_t kCoreKeyboard = XCB_XKB_ID_USE_CORE_KBD;
@@ -27,6 +29,8 @@ X11KeyboardState::X11KeyboardState(X11Connection &connection, Wants wants)
     // First asked to be told, then looked: what changes in between is told again.
     _select(wants);
     _read();
+    if (const auto now = std::exchange(_ahead, {}))
+        _apply(now->components);
 }
 
 void X11KeyboardState::_select(Wants wants)
@@ -54,34 +58,44 @@ void X11KeyboardState::_select(Wants wants)
 void X11KeyboardState::_read()
 {
     xcb_connection_t *c = _connection.get();
-    _state.reset();
     const int device = xkb_x11_get_core_keyboard_device_id(c);
-    _keymap.reset(device < 0 ? nullptr
-                             : xkb_x11_keymap_new_from_device(_context.get(), c, device,
-                                                              XKB_KEYMAP_COMPILE_NO_FLAGS));
-    if (_keymap)
-        _state.reset(xkb_state_new(_keymap.get()));
-    if (!_state)
+    XkbKeymap keymap(device < 0 ? nullptr
+                                : xkb_x11_keymap_new_from_device(_context.get(), c, device,
+                                                                 XKB_KEYMAP_COMPILE_NO_FLAGS));
+    XkbState state(keymap ? xkb_state_new(keymap.get()) : nullptr);
+    if (!state) {
+        // The one before stays. If it has changed while it was read, that is told as well.
         BRLog(BRLogWarning, "The X server's keymap cannot be read.");
+        return;
+    }
+    _state = std::move(state);
+    _keymap = std::move(keymap);
+    _layoutIsStale = true;
     const X11Modifiers modifiers = X11Modifiers::ofKeyboard(_connection, _keymap.get());
     {
         const PXLock lock(_lock);
         _modifiers = modifiers;
-        _layout = nullptr;
     }
-    _readComponents();
+    _ahead = _readComponents();
     _update();
 }
 
-void X11KeyboardState::_readComponents()
+std::optional<X11KeyboardState::Ahead> X11KeyboardState::_readComponents()
 {
-    const auto reply = _connection.reply<xcb_xkb_get_state_reply>(
-        "xcb_xkb_get_state", xcb_xkb_get_state(_connection.get(), kCoreKeyboard));
+    const auto cookie = xcb_xkb_get_state(_connection.get(), kCoreKeyboard);
+    const auto reply = _connection.reply<xcb_xkb_get_state_reply>("xcb_xkb_get_state", cookie);
     if (!reply)
-        return;
+        return {};
     const xcb_xkb_get_state_reply_t &state = **reply;
-    _components = {state.baseMods,  state.latchedMods,  state.lockedMods,
-                   state.baseGroup, state.latchedGroup, state.lockedGroup};
+    return Ahead{{state.baseMods, state.latchedMods, state.lockedMods, state.baseGroup,
+                  state.latchedGroup, state.lockedGroup},
+                 cookie.sequence};
+}
+
+void X11KeyboardState::_apply(const Components &components)
+{
+    _components = components;
+    _update();
 }
 
 /// Brings state and layout to the components.
@@ -97,8 +111,9 @@ void X11KeyboardState::_update()
         = xkb_state_serialize_layout(_state.get(), XKB_STATE_LAYOUT_EFFECTIVE);
     const PXLock lock(_lock);
     const xkb_mod_mask_t numLock = _components.lockedMods & _modifiers.numLock;
-    if (_layout && active == _layoutGroup && numLock == _layoutNumLock)
+    if (!_layoutIsStale && active == _layoutGroup && numLock == _layoutNumLock)
         return;
+    _layoutIsStale = false;
     _layoutGroup = active;
     _layoutNumLock = numLock;
     _layout = std::make_shared<const X11KeyboardLayout>(_keymap.get(), active, numLock);
@@ -125,6 +140,9 @@ int X11KeyboardState::typeOf(const xcb_generic_event_t &event) const
 
 void X11KeyboardState::handleEvent(const xcb_generic_event_t &event)
 {
+    // Sequence numbers wrap around.
+    if (_ahead && static_cast<int>(event.full_sequence - _ahead->sequence) >= 0)
+        _apply(std::exchange(_ahead, {})->components);
     if ((event.response_type & 0x7F) == XCB_MAPPING_NOTIFY) {
         const auto &mapping = reinterpret_cast<const xcb_mapping_notify_event_t &>(event);
         _isStale = _isStale || mapping.request != XCB_MAPPING_POINTER;
@@ -137,9 +155,8 @@ void X11KeyboardState::handleEvent(const xcb_generic_event_t &event)
         break;
     case XCB_XKB_STATE_NOTIFY: {
         const auto &state = reinterpret_cast<const xcb_xkb_state_notify_event_t &>(event);
-        _components = {state.baseMods,  state.latchedMods,  state.lockedMods,
-                       state.baseGroup, state.latchedGroup, state.lockedGroup};
-        _update();
+        _apply({state.baseMods, state.latchedMods, state.lockedMods, state.baseGroup,
+                state.latchedGroup, state.lockedGroup});
         break;
     }
     default:
@@ -154,6 +171,16 @@ bool X11KeyboardState::refresh()
     _isStale = false;
     _read();
     return true;
+}
+
+bool X11KeyboardState::settle()
+{
+    if (!_ahead)
+        return false;
+    if (!std::exchange(_ahead->wasAwaited, true))
+        return true;
+    _apply(std::exchange(_ahead, {})->components);
+    return false;
 }
 
 std::uint32_t X11KeyboardState::modifierFlags() const

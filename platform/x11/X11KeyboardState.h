@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 /// The keyboard as one connection sees it: keymap, modifiers, active group. It follows the server
 /// by that connection's events, so each event is seen with the state that was before it.
@@ -28,11 +29,14 @@ public:
     /// Any thread.
     [[nodiscard]] X11Modifiers modifiers() const;
 
-    /// Takes note of what has changed.
+    /// Takes note of what has changed. Of every event, whatever it is about, before anything else.
     void handleEvent(const xcb_generic_event_t &event);
     /// Reads again what has changed with another keymap. To be called before anything below is
     /// used, and after the last of the events that were there. Whether there was something to read.
     bool refresh();
+    /// After `refresh()` once all events that were there are handled. Whether it has to be called
+    /// again as soon as those are handled that came in the meantime.
+    bool settle();
 
     /// Null without a keymap.
     [[nodiscard]] xkb_state *state() const { return _state.get(); }
@@ -50,9 +54,17 @@ private:
         std::uint8_t lockedGroup = 0;
     };
 
+    /// Read from the server, which may have been further than our events are.
+    struct Ahead {
+        Components components;
+        unsigned sequence; ///< Events of this number and later ones come after it.
+        bool wasAwaited = false;
+    };
+
     void _select(Wants wants);
     void _read();
-    void _readComponents();
+    std::optional<Ahead> _readComponents();
+    void _apply(const Components &components);
     void _update();
 
     X11Connection &_connection;
@@ -61,8 +73,10 @@ private:
     XkbKeymap _keymap;
     XkbState _state;
     Components _components;
+    std::optional<Ahead> _ahead;
     bool _isStale = false;
     // What the layout was made from.
+    bool _layoutIsStale = true;
     xkb_layout_index_t _layoutGroup = 0;
     xkb_mod_mask_t _layoutNumLock = 0;
     mutable PXMutex _lock;

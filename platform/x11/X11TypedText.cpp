@@ -10,7 +10,7 @@ namespace {
 QByteArray language()
 {
     for (const char *name : {"LC_ALL", "LC_CTYPE", "LANG"})
-        if (const QByteArray value = qgetenv(name); !value.isEmpty())
+        if (QByteArray value = qgetenv(name); !value.isEmpty())
             return value;
     return "C";
 }
@@ -59,7 +59,7 @@ QString X11TypedText::keyWentDown(xkb_state &state, xkb_keycode_t key)
     case XKB_COMPOSE_COMPOSED:
         break;
     }
-    const QString composed = textOf([&](char *text, std::size_t size) {
+    QString composed = textOf([&](char *text, std::size_t size) {
         return xkb_compose_state_get_utf8(_compose.get(), text, size);
     });
     xkb_compose_state_reset(_compose.get());

@@ -135,6 +135,10 @@ void X11WindowServer::setLevel(WindowID id, PXWindowLevel level)
     if (level == PXWindowLevel::Normal)
         return;
     const xcb_window_t window = x11Window(id);
+    // What a window shows stays where it is on the screen when it grows to the left or upwards.
+    // By default it would jump with the corner, until the window is painted anew.
+    const std::uint32_t gravity = XCB_GRAVITY_STATIC;
+    xcb_change_window_attributes(_connection->get(), window, XCB_CW_BIT_GRAVITY, &gravity);
     const std::array noShadow = {std::uint32_t{0}};
     _setProperty(window, _atoms.shadow, XCB_ATOM_CARDINAL, noShadow);
     // Window managers take the first type that they know for a window that they manage, and most

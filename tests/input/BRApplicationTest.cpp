@@ -17,6 +17,8 @@
 #include <QKeyEvent>
 #include <QWidget>
 
+#include <functional>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -210,27 +212,42 @@ TEST_F(BRApplicationTest, TheMouseIsToldInCoordinatesOfTheDisplayItIsOn)
 {
     using enum BRMouseEventType;
     application.installMonitorHandler();
-    const auto heard = [&](std::size_t count) {
-        EXPECT_TRUE(waitUntil([&] { return recorder.mouse.size() >= count; }));
-        return std::exchange(recorder.mouse, {});
+    // One at a time: a place is asked for after the event.
+    const auto heardAfter = [&](const auto &act) {
+        recorder.mouse.clear();
+        act();
+        EXPECT_TRUE(waitUntil([&] { return !recorder.mouse.empty(); }));
+        return recorder.mouse;
     };
-    hand.drag({{10, 20}, {300, 200}});
-    const auto dragged = heard(3);
-    EXPECT_THAT(dragged,
-                testing::ElementsAre(testing::Pair(LeftMouseDown, PXPoint{10, kHeight - 20}),
-                                     testing::Pair(LeftMouseDragged, PXPoint{300, kHeight - 200}),
-                                     testing::Pair(LeftMouseUp, PXPoint{300, kHeight - 200})));
-    hand.press(Hand::RightButton);
-    hand.release(Hand::RightButton);
-    const auto right = heard(2);
-    EXPECT_EQ(right[0].first, RightMouseDown);
-    EXPECT_EQ(right[1].first, RightMouseUp);
+    const struct {
+        std::function<void()> act;
+        BRMouseEventType type;
+        PXPoint point;
+    } steps[] = {
+        {[&] { hand.press(Hand::LeftButton); }, LeftMouseDown, {10, kHeight - 20}},
+        {[&] {
+             hand.moveTo({300, 200});
+         },
+         LeftMouseDragged,
+         {300, kHeight - 200}},
+        {[&] { hand.release(Hand::LeftButton); }, LeftMouseUp, {300, kHeight - 200}},
+        {[&] { hand.press(Hand::RightButton); }, RightMouseDown, {300, kHeight - 200}},
+        {[&] {
+             hand.moveTo({30, 20});
+         },
+         RightMouseDragged,
+         {30, kHeight - 20}},
+        {[&] { hand.release(Hand::RightButton); }, RightMouseUp, {30, kHeight - 20}},
+    };
+    hand.moveTo({10, 20});
+    for (const auto &step : steps)
+        EXPECT_THAT(heardAfter(step.act),
+                    testing::ElementsAre(testing::Pair(step.type, step.point)));
     // A wheel and buttons beside it are nothing.
     hand.press(static_cast<Hand::Button>(4));
     hand.release(static_cast<Hand::Button>(4));
-    hand.press(Hand::LeftButton);
+    EXPECT_EQ(heardAfter([&] { hand.press(Hand::LeftButton); }).front().first, LeftMouseDown);
     hand.release(Hand::LeftButton);
-    EXPECT_EQ(heard(2).front().first, LeftMouseDown);
 }
 
 /// A view that takes one combination, if it likes.

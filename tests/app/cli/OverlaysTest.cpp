@@ -1,6 +1,7 @@
 #include "tests/app/cli/CommandLine.h"
 #include "tests/support/Hand.h"
 #include "tests/support/PaintedWindow.h"
+#include "tests/support/TestConnection.h"
 
 #include <QDir>
 #include <QJsonDocument>
@@ -213,6 +214,70 @@ TEST_F(OverlaysTest, SaysWhyItCannotShowAnything)
     EXPECT_EQ(empty.status, 2);
     EXPECT_TRUE(empty.errors.startsWith(u"tolvane: The selection is empty"_s))
         << empty.errors.toStdString();
+}
+
+constexpr int kF5 = 71; // Of the keyboard that `Hand` has.
+constexpr int k2 = 11;
+constexpr int kSuper = 133;
+
+TEST_F(OverlaysTest, ClicksKeysAndHighlightAreRecordedUntilTheHotKey)
+{
+    constexpr QRgb kRed = 0xFFFF0000;
+    ASSERT_EQ(run({u"defaults"_s, u"write"_s, u"keyboardEventTextSize"_s, u"24"_s}).status, 0);
+    const QString folder = path(u"Shown"_s);
+    QProcess process;
+    start(process,
+          {u"record"_s, u"--geometry"_s, u"320x240+0+0"_s, u"--no-cursor"_s, u"--movies-folder"_s,
+           folder, u"--show-clicks"_s, u"--show-keys"_s, u"--highlight"_s});
+    (void)movieWithFramesIn(folder);
+    const auto shows
+        = [](QPoint place, QRgb color) { return display().screenshot().pixel(place) == color; };
+    const QPoint click(60, 70);
+    const QPoint bezel(320 - 10 - 12, 240 - 10 - 3); // Inside of its corner.
+    hand.moveTo(click);
+    waitUntil([&] { return shows(click - QPoint(15, 15), kRed); }, "the highlight");
+    hand.press(Hand::LeftButton);
+    waitUntil([&] { return !shows(click, kRed); }, "the mark of the held button");
+    hand.release(Hand::LeftButton);
+    hand.type(kF5);
+    waitUntil([&] { return shows(bezel, qRgb(0, 0, 0)); }, "the key");
+    for (const int modifier : {kSuper, static_cast<int>(Hand::Shift)})
+        hand.keyDown(modifier);
+    hand.type(k2);
+    for (const int modifier : {kSuper, static_cast<int>(Hand::Shift)})
+        hand.keyUp(modifier);
+    const Outcome outcome = outcomeOf(process);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.errors, QString());
+    const QImage last = picturesOf(outcome.output.trimmed()).back();
+    EXPECT_EQ(last.pixel(click - QPoint(15, 15)), kRed);
+    EXPECT_EQ(last.pixel(bezel), qRgb(0, 0, 0));
+    EXPECT_TRUE(shows(click, kPaper) && shows(bezel, kPaper)) << "nothing stays";
+}
+
+TEST_F(OverlaysTest, KeysAreNotShownUnlessAskedForAndAHeldHotKeyIsSaid)
+{
+    const TestConnection other(display().name());
+    xcb_grab_key(other.get(), 1, other.root(), XCB_MOD_MASK_4 | XCB_MOD_MASK_SHIFT, k2,
+                 XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    other.sync();
+    const QString folder = path(u"NotShown"_s);
+    QProcess process;
+    start(process,
+          {u"record"_s, u"--geometry"_s, u"320x240+0+0"_s, u"--no-cursor"_s, u"--movies-folder"_s,
+           folder, u"--show-clicks"_s});
+    (void)movieWithFramesIn(folder);
+    hand.moveTo({60, 70});
+    hand.type(kF5);
+    hand.press(Hand::RightButton);
+    waitUntil([&] { return display().screenshot().pixel(60, 70) != kPaper; }, "the mark");
+    hand.release(Hand::RightButton);
+    send(process, SIGINT);
+    const Outcome outcome = outcomeOf(process);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.errors.contains(u"Could not register hotkey 10"_s));
+    for (const QImage &picture : picturesOf(outcome.output.trimmed()))
+        EXPECT_EQ(picture.pixel(320 - 10 - 12, 240 - 10 - 3), kPaper);
 }
 
 } // namespace
