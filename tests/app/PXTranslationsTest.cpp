@@ -1,12 +1,9 @@
 #include "app/PXTranslations.h"
+#include "tests/support/Files.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QDir>
 #include <QDirIterator>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -22,14 +19,6 @@ namespace {
 using Texts = std::map<std::string, QString>;
 
 const QString kSources = QStringLiteral(TOLVANE_SOURCE_FOLDER);
-
-QString contentsOf(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        throw std::runtime_error("cannot read " + path.toStdString());
-    return QString::fromUtf8(file.readAll());
-}
 
 /// The finished texts of a file.
 Texts textsIn(const QString &path)
@@ -63,7 +52,7 @@ std::set<std::string> keysInSources()
         QDirIterator files(kSources + u'/' + QLatin1StringView(folder), {u"*.cpp"_s, u"*.h"_s},
                            QDir::Files, QDirIterator::Subdirectories);
         while (files.hasNext()) {
-            auto matches = literal.globalMatch(contentsOf(files.next()));
+            auto matches = literal.globalMatch(QString::fromUtf8(contentsOf(files.next())));
             while (matches.hasNext())
                 keys.insert(matches.next().captured(1).toStdString());
         }
@@ -136,53 +125,22 @@ TEST(PXTranslations, WhatATranslationLacksIsEnglish)
     const QTemporaryDir folder;
     ASSERT_TRUE(
         QFile::copy(u":/translations/tolvane_en.qm"_s, folder.filePath(u"tolvane_en.qm"_s)));
-    QFile source(folder.filePath(u"tolvane_it.ts"_s));
-    ASSERT_TRUE(source.open(QIODevice::WriteOnly));
-    source.write("<?xml version=\"1.0\"?><!DOCTYPE TS><TS version=\"2.1\" language=\"it\"><context>"
-                 "<name></name>"
-                 "<message id=\"BRCancelButtonCaption\"><source></source>"
-                 "<translation>Annulla</translation></message>"
-                 "<message id=\"BRRecordButtonCaption\"><source></source>"
-                 "<translation type=\"unfinished\"></translation></message>"
-                 "</context></TS>");
-    source.close();
-    ASSERT_EQ(QProcess::execute(QStringLiteral(TOLVANE_LRELEASE),
-                                {u"-idbased"_s, u"-silent"_s, source.fileName()}),
-              0);
+    const QString source = folder.filePath(u"tolvane_it.ts"_s);
+    writeFile(source,
+              "<?xml version=\"1.0\"?><!DOCTYPE TS><TS version=\"2.1\" language=\"it\"><context>"
+              "<name></name>"
+              "<message id=\"BRCancelButtonCaption\"><source></source>"
+              "<translation>Annulla</translation></message>"
+              "<message id=\"BRRecordButtonCaption\"><source></source>"
+              "<translation type=\"unfinished\"></translation></message>"
+              "</context></TS>");
+    ASSERT_EQ(
+        QProcess::execute(QStringLiteral(TOLVANE_LRELEASE), {u"-idbased"_s, u"-silent"_s, source}),
+        0);
     const PXTranslations translations({u"it"_s}, folder.path());
     EXPECT_EQ(qtTrId("BRCancelButtonCaption"), u"Annulla"_s);
     EXPECT_EQ(qtTrId("BRRecordButtonCaption"), u"Record"_s) << "unfinished";
     EXPECT_EQ(qtTrId("BRSelectButtonCaption"), u"Select"_s) << "not there";
-}
-
-TEST(PXTranslations, TheUsersLanguageIsTheEnvironments)
-{
-    const struct {
-        const char *name;
-        QList<std::pair<QString, QString>> variables;
-        QString language;
-    } rows[] = {
-        {"lang", {{u"LANG"_s, u"de_DE.UTF-8"_s}}, u"de"_s},
-        {"messages",
-         {{u"LANG"_s, u"de_DE.UTF-8"_s}, {u"LC_MESSAGES"_s, u"fr_FR.UTF-8"_s}},
-         u"fr"_s},
-        {"all", {{u"LC_MESSAGES"_s, u"fr_FR.UTF-8"_s}, {u"LC_ALL"_s, u"de_CH.UTF-8"_s}}, u"de"_s},
-        {"language", {{u"LC_ALL"_s, u"de_DE.UTF-8"_s}, {u"LANGUAGE"_s, u"ja:fr_CA:de"_s}}, u"fr"_s},
-        {"none", {{u"LANG"_s, u"C.UTF-8"_s}}, u"en"_s},
-    };
-    for (const auto &row : rows) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"})
-            environment.remove(QLatin1StringView(name));
-        for (const auto &[name, value] : row.variables)
-            environment.insert(name, value);
-        QProcess program;
-        program.setProcessEnvironment(environment);
-        program.start(QStringLiteral(TRANSLATIONS_LANGUAGE), QStringList());
-        ASSERT_TRUE(program.waitForFinished(-1));
-        EXPECT_EQ(QString::fromUtf8(program.readAllStandardOutput()).trimmed(), row.language)
-            << row.name;
-    }
 }
 
 } // namespace

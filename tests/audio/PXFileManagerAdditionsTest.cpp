@@ -1,9 +1,8 @@
 #include "audio/PXFileManagerAdditions.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <sys/stat.h>
@@ -17,21 +16,10 @@ protected:
     [[nodiscard]] QString at(const QString &name) const { return _folder.filePath(name); }
     void write(const QString &name, const QByteArray &contents) const
     {
-        QDir(_folder.path()).mkpath(QFileInfo(name).path());
-        QFile file(at(name));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
+        writeFile(at(name), contents);
     }
-    [[nodiscard]] QByteArray read(const QString &name) const
-    {
-        QFile file(at(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : "nothing there";
-    }
-    [[nodiscard]] QStringList namesIn(const QString &name) const
-    {
-        return QDir(at(name)).entryList(QDir::AllEntries | QDir::Hidden | QDir::System
-                                        | QDir::NoDotAndDotDot);
-    }
+    [[nodiscard]] QByteArray read(const QString &name) const { return contentsOf(at(name)); }
+    [[nodiscard]] QStringList namesIn(const QString &name) const { return everythingIn(at(name)); }
 
 private:
     QTemporaryDir _folder;

@@ -17,24 +17,50 @@ namespace {
 
 class PrivilegedCommands : public ScratchMachine {
 protected:
-    [[nodiscard]] PXPrivilegedAnswer run(const QStringList &words, uid_t caller = kUser) const
+    /// A line's words. Places are those of this machine, save the program's own and what follows
+    /// a '='; DRIVER is the driver's, RESOURCE where it comes from.
+    [[nodiscard]] QStringList words(const char *line) const
+    {
+        QStringList all = QString::fromUtf8(line).split(u' ', Qt::SkipEmptyParts);
+        for (qsizetype i = 1; i < all.size(); ++i) {
+            if (all[i].startsWith(u'/'))
+                all[i] = at(all[i]);
+            else if (all[i].startsWith(u'='))
+                all[i].remove(0, 1);
+            all[i].replace(u"DRIVER"_s, driver()).replace(u"RESOURCE"_s, resource());
+        }
+        return all;
+    }
+    [[nodiscard]] PXPrivilegedAnswer run(const QStringList &words) const
     {
         std::vector<std::string> all;
         for (const QString &word : words)
             all.push_back(word.toStdString());
-        return PXPrivilegedCommands(root().toStdString(), caller).run(all);
+        return PXPrivilegedCommands(root().toStdString(), kUser).run(all);
     }
+    [[nodiscard]] int statusOf(const char *line) const { return run(words(line)).status; }
     void expectDone(const QStringList &words) const
     {
         const PXPrivilegedAnswer answer = run(words);
         EXPECT_EQ(answer.status, PXPrivilegedDone) << answer.text;
     }
+    void expectDone(const char *line) const { expectDone(words(line)); }
     void install() const
     {
-        expectDone({u"/bin/cp"_s, u"-R"_s, resource(), driver()});
-        expectDone({u"/usr/sbin/chown"_s, u"-R"_s, u"root:wheel"_s, driver()});
-        expectDone({u"/sbin/kextload"_s, driver()});
+        for (const char *line : {kCopy, kOwn, kLoad})
+            expectDone(line);
     }
+    /// As the system's calls want it.
+    [[nodiscard]] QByteArray name(const QString &path) const { return QFile::encodeName(at(path)); }
+
+    static constexpr auto kCopy = "/bin/cp -R RESOURCE DRIVER";
+    static constexpr auto kOwn = "/usr/sbin/chown -R root:wheel DRIVER";
+    static constexpr auto kLoad = "/sbin/kextload DRIVER";
+    static constexpr auto kUnload = "/sbin/kextunload -b com.pexarworks.driver.tolvaneaudio";
+    static constexpr auto kRemove = "/bin/rm -r DRIVER";
+    const QString kPlace = u"/usr/local/lib/tolvane/Extensions/TolvaneAudio.kext"_s;
+    const QString kScript = kPlace + u"/default.pa.d/tolvane-audio.pa"_s;
+    const QString kScriptLink = u"/etc/pulse/default.pa.d/tolvane-audio.pa"_s;
 };
 
 TEST_F(PrivilegedCommands, ADriverComesAndGoesWhole)
@@ -49,18 +75,15 @@ TEST_F(PrivilegedCommands, ADriverComesAndGoesWhole)
             EXPECT_TRUE(contentsOf(QLatin1StringView(link)).contains("sink_name=tolvane_audio"));
             EXPECT_TRUE(QFileInfo(at(QLatin1StringView(link))).isSymLink());
         }
-        QFile plist(driver() + u"/Info.plist"_s);
-        ASSERT_TRUE(plist.open(QIODevice::ReadOnly));
-        EXPECT_TRUE(plist.readAll().contains("com.pexarworks.driver.tolvaneaudio"));
+        EXPECT_TRUE(
+            contentsOf(kPlace + u"/Info.plist"_s).contains("com.pexarworks.driver.tolvaneaudio"));
         EXPECT_EQ(QDir(driver()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 3);
         EXPECT_EQ(QFileInfo(driver()).ownerId(), 0U);
-        plist.close();
         QFile::remove(driver() + u"/Info.plist"_s);
         QDir(driver()).mkdir(u"more"_s);
     }
-    expectDone({u"/sbin/kextunload"_s, u"-b"_s, u"com.pexarworks.driver.tolvaneaudio"_s});
-    expectDone({u"/sbin/kextunload"_s, u"-b"_s, u"com.pexarworks.driver.tolvaneaudio"_s});
-    expectDone({u"/bin/rm"_s, u"-r"_s, driver()});
+    for (const char *line : {kUnload, kUnload, kRemove})
+        expectDone(line);
     auto after = snapshot();
     for (const char *folder :
          {"/usr/local/lib/tolvane/Extensions", "/usr/local/lib/tolvane", "/usr/local/lib",
@@ -90,227 +113,133 @@ TEST_F(PrivilegedCommands, TheSharedFolderIsTakenOver)
     makeFile(u"/usr/local/share/Brimmet/a"_s, 0, "a");
     makeFile(u"/usr/local/share/Brimmet/deep/er/b"_s, kVictim, "b");
     makeLink(at(u"/etc"_s), u"/usr/local/share/Brimmet/deep/etc"_s);
-    const QString from = at(u"/usr/local/share/Brimmet"_s);
-    const QString to = at(u"/usr/local/share/Tolvane"_s);
-    expectDone({u"/bin/mv"_s, u"-f"_s, from + u"/a"_s, to + u"/a"_s});
-    expectDone({u"/bin/cp"_s, u"-f"_s, to + u"/a"_s, to + u"/copy"_s});
-    expectDone({u"/bin/mv"_s, from + u"/deep"_s, to + u"/deep"_s});
+    expectDone("/bin/mv -f /usr/local/share/Brimmet/a /usr/local/share/Tolvane/a");
+    expectDone("/bin/cp -f /usr/local/share/Tolvane/a /usr/local/share/Tolvane/copy");
+    expectDone("/bin/mv /usr/local/share/Brimmet/deep /usr/local/share/Tolvane/deep");
     EXPECT_EQ(contentsOf(u"/usr/local/share/Tolvane/copy"_s), "a");
     EXPECT_EQ(contentsOf(u"/usr/local/share/Tolvane/deep/er/b"_s), "b");
-    EXPECT_EQ(run({u"/bin/rm"_s, u"-f"_s, to + u"/deep"_s}).status, PXPrivilegedFailed);
-    EXPECT_EQ(run({u"/bin/rm"_s, u"-d"_s, u"-f"_s, to + u"/deep"_s}).status, PXPrivilegedFailed);
-    expectDone({u"/bin/rm"_s, u"-R"_s, u"-d"_s, u"-f"_s, to + u"/deep"_s});
-    expectDone({u"/bin/rm"_s, u"-R"_s, u"-d"_s, u"-f"_s, from});
-    expectDone({u"/bin/rm"_s, u"-f"_s, from + u"/not/there"_s});
+    for (const char *tooWeak : {"/bin/rm -f /usr/local/share/Tolvane/deep",
+                                "/bin/rm -d -f /usr/local/share/Tolvane/deep"})
+        EXPECT_EQ(statusOf(tooWeak), PXPrivilegedFailed) << tooWeak;
+    expectDone("/bin/rm -R -d -f /usr/local/share/Tolvane/deep");
+    expectDone("/bin/rm -R -d -f /usr/local/share/Brimmet");
+    expectDone("/bin/rm -f /usr/local/share/Brimmet/not/there");
     EXPECT_FALSE(exists(u"/usr/local/share/Brimmet"_s));
     EXPECT_EQ(contentsOf(u"/etc/shadow"_s), "nobody's"); // Behind the link.
 }
 
 TEST_F(PrivilegedCommands, NothingElseIsTouched)
 {
-    const QString home = at(u"/home/user"_s);
-    const QString shared = at(u"/usr/local/share/Tolvane"_s);
-    const QString movie = home + u"/a.mov"_s;
-    const auto mv = [](const QString &from, const QString &to) {
-        return QStringList{u"/bin/mv"_s, u"-f"_s, from, to};
-    };
-    const auto nothing = [] {};
+    constexpr int kNo = PXPrivilegedCannotExecute;
+    constexpr int kFails = PXPrivilegedFailed;
+    copyDriver(u"/home/user/evil.kext"_s);
+    makeFile(u"/home/user/evil.kext/default.pa.d/tolvane-audio.pa"_s, kUser, "load-module cli");
+    copyDriver(u"/home/user/pipe.kext"_s);
+    ASSERT_TRUE(QFile::remove(at(u"/home/user/pipe.kext/Info.plist"_s)));
+    ASSERT_EQ(::mkfifo(name(u"/home/user/pipe.kext/Info.plist"_s).constData(), 0666), 0);
+    makeLink(resource(), u"/home/user/link.kext"_s);
+    for (const char *link : {"/usr/local/share/Tolvane/link", "/home/user/link"})
+        makeLink(at(u"/etc"_s), QLatin1StringView(link));
+    makeLink(at(u"/etc/x"_s), u"/home/user/dangling"_s);
+    makeLink(at(u"/etc/shadow"_s), u"/home/user/shadow"_s);
+    makeFolder(u"/srv/home/victim/bin"_s, kVictim);
+    makeFile(u"/srv/home/victim/bin/mine"_s, kUser);
+    makeFolder(u"/mnt/victim/of/root"_s);
+    makeFolder(u"/mnt/victim"_s, kVictim);
+    makeFile(u"/home/user/b.mov"_s, kUser);
+    const QByteArray longName = "/bin/mkdir /home/user/" + QByteArray(256, 'x');
+    const QByteArray longWay = "/bin/mkdir /home/user" + QByteArray("/x").repeated(15'000);
     const struct {
         const char *name;
-        std::function<void()> prepare;
-        QStringList words;
+        const char *line;
         int status;
     } attacks[] = {
-        {"nothing", nothing, {}, PXPrivilegedCannotExecute},
-        {"shell", nothing, {u"/bin/sh"_s, u"-c"_s, u"id"_s}, PXPrivilegedCannotExecute},
-        {"nameAlone", nothing, {u"rm"_s, u"-f"_s, shared + u"/x"_s}, PXPrivilegedCannotExecute},
-
-        {"driverElsewhere",
-         nothing,
-         {u"/bin/cp"_s, u"-R"_s, resource(), at(u"/etc/pulse"_s)},
-         PXPrivilegedCannotExecute},
-        {"driverWithDots",
-         nothing,
-         {u"/bin/cp"_s, u"-R"_s, resource(), driver() + u"/../TolvaneAudio.kext"_s},
-         PXPrivilegedCannotExecute},
-        {"anotherDriver",
-         [&] {
-             copyDriver(u"/home/user/evil.kext"_s);
-             makeFile(u"/home/user/evil.kext/default.pa.d/tolvane-audio.pa"_s, kUser,
-                      "load-module module-cli-protocol-tcp");
-         },
-         {u"/bin/cp"_s, u"-R"_s, home + u"/evil.kext"_s, driver()},
-         PXPrivilegedFailed},
-        {"driverOfPipes",
-         [&] {
-             copyDriver(u"/home/user/pipe.kext"_s);
-             const QByteArray path = at(u"/home/user/pipe.kext/Info.plist"_s).toUtf8();
-             QFile::remove(QString::fromUtf8(path));
-             ASSERT_EQ(::mkfifo(path.constData(), 0666), 0);
-         },
-         {u"/bin/cp"_s, u"-R"_s, home + u"/pipe.kext"_s, driver()},
-         PXPrivilegedFailed},
-        {"driverOfLinks",
-         [&] { makeLink(resource(), u"/home/user/link.kext"_s); },
-         {u"/bin/cp"_s, u"-R"_s, home + u"/link.kext"_s, driver()},
-         PXPrivilegedFailed},
-        {"placeIsALink",
-         [&] {
-             makeFolder(u"/usr/local/lib"_s);
-             makeLink(at(u"/etc"_s), u"/usr/local/lib/tolvane"_s);
-         },
-         {u"/bin/cp"_s, u"-R"_s, resource(), driver()},
-         PXPrivilegedFailed},
-        {"ownerIsAUser",
-         nothing,
-         {u"/bin/chown"_s, u"-R"_s, u"user"_s, driver()},
-         PXPrivilegedCannotExecute},
-        {"ownerOfEverything",
-         nothing,
-         {u"/usr/sbin/chown"_s, u"-R"_s, u"root:root"_s, home},
-         PXPrivilegedCannotExecute},
-        {"loadElsewhere",
-         nothing,
-         {u"/sbin/kextload"_s, home + u"/evil.kext"_s},
-         PXPrivilegedCannotExecute},
-        {"loadNothing", nothing, {u"/sbin/kextload"_s, driver()}, PXPrivilegedFailed},
-        {"unloadOthers",
-         nothing,
-         {u"/sbin/kextunload"_s, u"-b"_s, u"com.apple.driver"_s},
-         PXPrivilegedCannotExecute},
-        {"removeOthers",
-         nothing,
-         {u"/bin/rm"_s, u"-r"_s, at(u"/etc"_s)},
-         PXPrivilegedCannotExecute},
-        {"removeTheSharedFolder",
-         nothing,
-         {u"/bin/rm"_s, u"-R"_s, u"-d"_s, u"-f"_s, shared},
-         PXPrivilegedCannotExecute},
-        {"removeWithDots",
-         nothing,
-         {u"/bin/rm"_s, u"-R"_s, u"-f"_s, shared + u"/../../../../etc"_s},
-         PXPrivilegedCannotExecute},
-        {"removeBehindALink",
-         [&] { makeLink(at(u"/etc"_s), u"/usr/local/share/Tolvane/link"_s); },
-         {u"/bin/rm"_s, u"-R"_s, u"-f"_s, shared + u"/link/pulse"_s},
-         PXPrivilegedFailed},
-        {"removeMovies",
-         nothing,
-         {u"/bin/rm"_s, u"-f"_s, home + u"/a.mov"_s},
-         PXPrivilegedCannotExecute},
-
-        {"folderInEtc", nothing, {u"/bin/mkdir"_s, at(u"/etc/x"_s)}, PXPrivilegedCannotExecute},
-        {"folderIsHome", nothing, {u"/bin/mkdir"_s, at(u"/home"_s)}, PXPrivilegedCannotExecute},
-        {"folderIsAHome",
-         nothing,
-         {u"/bin/mkdir"_s, at(u"/home/new"_s)},
-         PXPrivilegedCannotExecute},
-        {"folderOutside", nothing, {u"/bin/mkdir"_s, u"/srv/x"_s}, PXPrivilegedCannotExecute},
-        {"folderIsRelative", nothing, {u"/bin/mkdir"_s, u"srv/x"_s}, PXPrivilegedCannotExecute},
-        {"folderIsHidden",
-         nothing,
-         {u"/bin/mkdir"_s, home + u"/.ssh"_s},
-         PXPrivilegedCannotExecute},
-        {"folderWithSlash", nothing, {u"/bin/mkdir"_s, home + u"/x/"_s}, PXPrivilegedCannotExecute},
-        {"folderWithALongName",
-         nothing,
-         {u"/bin/mkdir"_s, home + u'/' + QString(256, u'x')},
-         PXPrivilegedFailed},
-        {"folderOnALongWay",
-         nothing,
-         {u"/bin/mkdir"_s, home + QString(u"/x"_s).repeated(15'000)},
-         PXPrivilegedFailed},
-        {"folderWithMode",
-         nothing,
-         {u"/bin/mkdir"_s, u"-m777"_s, home + u"/x"_s},
-         PXPrivilegedCannotExecute},
-        {"folderBehindALink",
-         [&] { makeLink(at(u"/etc"_s), u"/home/user/link"_s); },
-         {u"/bin/mkdir"_s, home + u"/link/x"_s},
-         PXPrivilegedFailed},
-        {"folderOverALink",
-         [&] { makeLink(at(u"/etc/x"_s), u"/home/user/dangling"_s); },
-         {u"/bin/mkdir"_s, home + u"/dangling"_s},
-         PXPrivilegedFailed},
-
-        {"takeOthers", nothing, mv(at(u"/home/victim/secret"_s), home + u"/b.mov"_s),
-         PXPrivilegedFailed},
-        {"replaceOthers", nothing, mv(movie, at(u"/home/victim/secret"_s)), PXPrivilegedFailed},
-        {"replaceAFolder", nothing, mv(movie, at(u"/home/victim"_s)), PXPrivilegedCannotExecute},
-        {"plantInAnothersHome", nothing, mv(movie, at(u"/home/victim/x"_s)), PXPrivilegedFailed},
-        {"plantInAnothersFolder", [&] { makeFolder(u"/srv/home/victim/bin"_s, kVictim); },
-         mv(movie, at(u"/srv/home/victim/bin/ls"_s)), PXPrivilegedFailed},
-        {"plantBehindAnothersFolder",
-         [&] {
-             makeFolder(u"/mnt/victim/of/root"_s);
-             makeFolder(u"/mnt/victim"_s, kVictim);
-         },
-         mv(movie, at(u"/mnt/victim/of/root/x"_s)), PXPrivilegedFailed},
-        {"folderInAnothersFolder",
-         nothing,
-         {u"/bin/mkdir"_s, at(u"/srv/home/victim/bin/x"_s)},
-         PXPrivilegedFailed},
-        {"takeFromAnothersFolder", [&] { makeFile(u"/srv/home/victim/bin/mine"_s, kUser); },
-         mv(at(u"/srv/home/victim/bin/mine"_s), home + u"/b.mov"_s), PXPrivilegedFailed},
-        {"moveAHome", nothing, mv(home, at(u"/srv/x"_s)), PXPrivilegedCannotExecute},
-        {"replaceWithoutForce",
-         [&] { makeFile(u"/home/user/b.mov"_s, kUser); },
-         {u"/bin/mv"_s, movie, home + u"/b.mov"_s},
-         PXPrivilegedFailed},
-        {"plantALink", [&] { makeLink(at(u"/etc/shadow"_s), u"/home/user/shadow"_s); },
-         mv(home + u"/shadow"_s, at(u"/srv/shadow"_s)), PXPrivilegedFailed},
-        {"moveBehindALink", nothing, mv(movie, home + u"/link/a.mov"_s), PXPrivilegedFailed},
-        {"moveFromBehindALink", nothing, mv(home + u"/link/shadow"_s, home + u"/b.mov"_s),
-         PXPrivilegedFailed},
-        {"moveToEtc", nothing, mv(movie, at(u"/etc/cron"_s)), PXPrivilegedCannotExecute},
-        {"moveFromEtc", nothing, mv(at(u"/etc/shadow"_s), movie), PXPrivilegedCannotExecute},
-        {"moveToHidden", nothing, mv(movie, at(u"/home/victim/.bashrc"_s)),
-         PXPrivilegedCannotExecute},
-        {"moveToWhatAllTrust", nothing, mv(movie, shared + u"/a"_s), PXPrivilegedCannotExecute},
-        {"moveFromNeighbour", nothing, mv(at(u"/usr/local/share/TolvaneX/a"_s), shared + u"/a"_s),
-         PXPrivilegedCannotExecute},
-        {"moveThree",
-         nothing,
-         {u"/bin/mv"_s, u"-f"_s, movie, movie, at(u"/srv"_s)},
-         PXPrivilegedCannotExecute},
-        {"copyMovies",
-         nothing,
-         {u"/bin/cp"_s, u"-f"_s, movie, at(u"/srv/a"_s)},
-         PXPrivilegedCannotExecute},
+        {"nothing", "", kNo},
+        {"shell", "/bin/sh -c id", kNo},
+        {"nameAlone", "rm -f /usr/local/share/Tolvane/x", kNo},
+        {"driverElsewhere", "/bin/cp -R RESOURCE /etc/pulse", kNo},
+        {"driverWithDots", "/bin/cp -R RESOURCE DRIVER/../TolvaneAudio.kext", kNo},
+        {"anotherDriver", "/bin/cp -R /home/user/evil.kext DRIVER", kFails},
+        {"driverOfPipes", "/bin/cp -R /home/user/pipe.kext DRIVER", kFails},
+        {"driverOfLinks", "/bin/cp -R /home/user/link.kext DRIVER", kFails},
+        {"ownerIsAUser", "/bin/chown -R user DRIVER", kNo},
+        {"ownerOfEverything", "/usr/sbin/chown -R root:root /home/user", kNo},
+        {"loadElsewhere", "/sbin/kextload /home/user/evil.kext", kNo},
+        {"loadNothing", kLoad, kFails},
+        {"unloadOthers", "/sbin/kextunload -b com.apple.driver", kNo},
+        {"removeOthers", "/bin/rm -r /etc", kNo},
+        {"removeTheSharedFolder", "/bin/rm -R -d -f /usr/local/share/Tolvane", kNo},
+        {"removeWithDots", "/bin/rm -R -f /usr/local/share/Tolvane/../../../../etc", kNo},
+        {"removeBehindALink", "/bin/rm -R -f /usr/local/share/Tolvane/link/pulse", kFails},
+        {"removeMovies", "/bin/rm -f /home/user/a.mov", kNo},
+        {"folderInEtc", "/bin/mkdir /etc/x", kNo},
+        {"folderIsHome", "/bin/mkdir /home", kNo},
+        {"folderIsAHome", "/bin/mkdir /home/new", kNo},
+        {"folderOutside", "/bin/mkdir =/srv/x", kNo},
+        {"folderIsRelative", "/bin/mkdir srv/x", kNo},
+        {"folderIsHidden", "/bin/mkdir /home/user/.ssh", kNo},
+        {"folderWithSlash", "/bin/mkdir /home/user/x/", kNo},
+        {"folderWithALongName", longName.constData(), kFails},
+        {"folderOnALongWay", longWay.constData(), kFails},
+        {"folderWithMode", "/bin/mkdir -m777 /home/user/x", kNo},
+        {"folderBehindALink", "/bin/mkdir /home/user/link/x", kFails},
+        {"folderOverALink", "/bin/mkdir /home/user/dangling", kFails},
+        {"folderInAnothersFolder", "/bin/mkdir /srv/home/victim/bin/x", kFails},
+        {"takeOthers", "/bin/mv -f /home/victim/secret /home/user/c.mov", kFails},
+        {"replaceOthers", "/bin/mv -f /home/user/a.mov /home/victim/secret", kFails},
+        {"replaceAFolder", "/bin/mv -f /home/user/a.mov /home/victim", kNo},
+        {"plantInAnothersHome", "/bin/mv -f /home/user/a.mov /home/victim/x", kFails},
+        {"plantInAnothers", "/bin/mv -f /home/user/a.mov /srv/home/victim/bin/ls", kFails},
+        {"plantBehindAnothers", "/bin/mv -f /home/user/a.mov /mnt/victim/of/root/x", kFails},
+        {"takeFromAnothers", "/bin/mv -f /srv/home/victim/bin/mine /home/user/c.mov", kFails},
+        {"moveAHome", "/bin/mv -f /home/user /srv/x", kNo},
+        {"replaceWithoutForce", "/bin/mv /home/user/a.mov /home/user/b.mov", kFails},
+        {"plantALink", "/bin/mv -f /home/user/shadow /srv/shadow", kFails},
+        {"moveBehindALink", "/bin/mv -f /home/user/a.mov /home/user/link/a.mov", kFails},
+        {"moveFromBehindALink", "/bin/mv -f /home/user/link/shadow /home/user/c.mov", kFails},
+        {"moveToEtc", "/bin/mv -f /home/user/a.mov /etc/cron", kNo},
+        {"moveFromEtc", "/bin/mv -f /etc/shadow /home/user/a.mov", kNo},
+        {"moveToHidden", "/bin/mv -f /home/user/a.mov /home/victim/.bashrc", kNo},
+        {"moveToWhatAllTrust", "/bin/mv -f /home/user/a.mov /usr/local/share/Tolvane/a", kNo},
+        {"moveFromNeighbour", "/bin/mv -f /usr/local/share/TolvaneX/a /usr/local/share/Tolvane/a",
+         kNo},
+        {"moveThree", "/bin/mv -f /home/user/a.mov /home/user/a.mov /srv", kNo},
+        {"copyMovies", "/bin/cp -f /home/user/a.mov /srv/a", kNo},
     };
+    auto before = snapshot();
     for (const auto &attack : attacks) {
-        attack.prepare();
-        const auto before = snapshot();
-        const PXPrivilegedAnswer answer = run(attack.words);
+        const PXPrivilegedAnswer answer = run(words(attack.line));
         EXPECT_EQ(answer.status, attack.status) << attack.name << ": " << answer.text;
         EXPECT_FALSE(answer.text.empty()) << attack.name;
         EXPECT_EQ(snapshot(), before) << attack.name;
     }
+    makeFolder(u"/usr/local/lib"_s);
+    makeLink(at(u"/etc"_s), u"/usr/local/lib/tolvane"_s);
+    before = snapshot();
+    EXPECT_EQ(statusOf(kCopy), kFails) << "the place is a link";
+    EXPECT_EQ(snapshot(), before);
 }
 
 TEST_F(PrivilegedCommands, NothingIsDoneInFoldersThatOthersCanChange)
 {
-    const QStringList copy = {u"/bin/cp"_s, u"-R"_s, resource(), driver()};
-    const QStringList own = {u"/bin/chown"_s, u"-R"_s, u"root:root"_s, driver()};
-    const QStringList load = {u"/sbin/kextload"_s, driver()};
-    const QStringList remove = {u"/bin/rm"_s, u"-r"_s, driver()};
+    const std::vector<const char *> kAll = {kCopy, kOwn, kLoad, kRemove};
     const struct {
         const char *folder;
-        QList<QStringList> tasks;
+        std::vector<const char *> tasks;
     } ways[] = {
-        {"", {copy, own, load, remove}},
-        {"/usr", {copy, own, load, remove}},
-        {"/usr/local", {copy, own, load, remove}},
-        {"/usr/local/lib", {copy, own, load, remove}},
-        {"/usr/local/lib/tolvane", {copy, own, load, remove}},
-        {"/usr/local/lib/tolvane/Extensions", {copy, own, load, remove}},
-        {"/usr/local/lib/tolvane/Extensions/TolvaneAudio.kext", {load}},
-        {"/usr/local/lib/tolvane/Extensions/TolvaneAudio.kext/default.pa.d", {load}},
-        {"/etc", {load}},
-        {"/etc/pulse", {load}},
-        {"/etc/pulse/default.pa.d", {load}},
-        {"/etc/pipewire", {load}},
-        {"/etc/pipewire/pipewire-pulse.conf.d", {load}},
+        {"", kAll},
+        {"/usr", kAll},
+        {"/usr/local", kAll},
+        {"/usr/local/lib", kAll},
+        {"/usr/local/lib/tolvane", kAll},
+        {"/usr/local/lib/tolvane/Extensions", kAll},
+        {"/usr/local/lib/tolvane/Extensions/TolvaneAudio.kext", {kLoad}},
+        {"/usr/local/lib/tolvane/Extensions/TolvaneAudio.kext/default.pa.d", {kLoad}},
+        {"/etc", {kLoad}},
+        {"/etc/pulse", {kLoad}},
+        {"/etc/pulse/default.pa.d", {kLoad}},
+        {"/etc/pipewire", {kLoad}},
+        {"/etc/pipewire/pipewire-pulse.conf.d", {kLoad}},
     };
     constexpr gid_t kStaff = 50;
     const struct {
@@ -332,17 +261,17 @@ TEST_F(PrivilegedCommands, NothingIsDoneInFoldersThatOthersCanChange)
             install();
             ASSERT_EQ(::chown(folder.constData(), right.owner, right.group), 0);
             ASSERT_EQ(::chmod(folder.constData(), right.mode), 0);
-            for (const QStringList &task : way.tasks) {
+            for (const char *task : way.tasks) {
                 const auto before = snapshot();
-                const PXPrivilegedAnswer answer = run(task);
+                const PXPrivilegedAnswer answer = run(words(task));
                 EXPECT_EQ(answer.status, right.isSafe ? PXPrivilegedDone : PXPrivilegedFailed);
                 if (!right.isSafe) {
                     EXPECT_EQ(snapshot(), before);
                     EXPECT_NE(answer.text.find(folder.toStdString() + "/: "), std::string::npos);
                 }
             }
-            expectDone({u"/sbin/kextunload"_s, u"-b"_s, u"com.pexarworks.driver.tolvaneaudio"_s});
-            EXPECT_FALSE(exists(u"/etc/pulse/default.pa.d/tolvane-audio.pa"_s));
+            expectDone(kUnload);
+            EXPECT_FALSE(exists(kScriptLink));
             ASSERT_TRUE(::chown(folder.constData(), 0, 0) == 0 || errno == ENOENT);
             ASSERT_TRUE(::chmod(folder.constData(), 0755) == 0 || errno == ENOENT);
         }
@@ -351,61 +280,51 @@ TEST_F(PrivilegedCommands, NothingIsDoneInFoldersThatOthersCanChange)
 
 TEST_F(PrivilegedCommands, ADriverThatWasChangedIsNotLoaded)
 {
-    const QStringList own = {u"/bin/chown"_s, u"-R"_s, u"root:root"_s, driver()};
-    const QStringList load = {u"/sbin/kextload"_s, driver()};
-    const QString place = u"/usr/local/lib/tolvane/Extensions/TolvaneAudio.kext"_s;
-    const QString script = place + u"/default.pa.d/tolvane-audio.pa"_s;
-    const auto name = [this](const QString &path) { return QFile::encodeName(at(path)); };
-    makeFile(u"/home/user/evil/tolvane-audio.pa"_s, kUser, "load-module module-cli-protocol-tcp");
+    const QString evil = u"/home/user/evil/tolvane-audio.pa"_s;
+    makeFile(evil, kUser, "load-module module-cli-protocol-tcp");
+    const auto script = name(kScript);
     const struct {
         const char *name;
+        QString removed; ///< With what is in it.
         std::function<void()> change;
-        int owns; ///< What comes of giving it to root.
+        int owns = PXPrivilegedDone; ///< What comes of giving it to root.
     } cases[] = {
-        {"otherContents", [&] { makeFile(script, kUser, "load-module module-cli-protocol-tcp"); },
-         PXPrivilegedDone},
-        {"aLinkInItsPlace",
+        {"otherContents", {}, [&] { makeFile(kScript, kUser, "load-module cli"); }},
+        {"aLinkInItsPlace", kScript, [&] { makeLink(at(evil), kScript); }},
+        {"aLinkOnItsWay", kPlace + u"/default.pa.d"_s,
+         [&] { makeLink(at(u"/home/user/evil"_s), kPlace + u"/default.pa.d"_s); }},
+        {"aPipe", kScript, [&] { ASSERT_EQ(::mkfifo(script.constData(), 0644), 0); }},
+        {"anotherNameOfAFile", kScript,
          [&] {
-             QFile::remove(at(script));
-             makeLink(at(u"/home/user/evil/tolvane-audio.pa"_s), script);
-         },
-         PXPrivilegedDone},
-        {"aLinkOnItsWay",
-         [&] {
-             QDir(at(place + u"/default.pa.d"_s)).removeRecursively();
-             makeLink(at(u"/home/user/evil"_s), place + u"/default.pa.d"_s);
-         },
-         PXPrivilegedDone},
-        {"aPipe",
-         [&] {
-             QFile::remove(at(script));
-             ASSERT_EQ(::mkfifo(name(script).constData(), 0644), 0);
-         },
-         PXPrivilegedDone},
-        {"anotherNameOfAFile",
-         [&] {
-             QFile::remove(at(script));
-             ASSERT_EQ(::link(name(u"/home/victim/secret"_s).constData(), name(script).constData()),
-                       0);
+             EXPECT_EQ(::link(name(u"/home/victim/secret"_s).constData(), script.constData()), 0);
          },
          PXPrivilegedFailed},
-        {"linkInPlaceOfAll",
-         [&] {
-             QDir(at(place)).removeRecursively();
-             makeLink(at(u"/home/user/evil"_s), place);
-         },
-         PXPrivilegedDone},
+        {"linkInPlaceOfAll", kPlace, [&] { makeLink(at(u"/home/user/evil"_s), kPlace); }},
     };
     for (const auto &c : cases) {
-        expectDone({u"/bin/cp"_s, u"-R"_s, resource(), driver()});
+        expectDone(kCopy);
+        if (!c.removed.isEmpty() && !QFile::remove(at(c.removed)))
+            QDir(at(c.removed)).removeRecursively();
         c.change();
-        EXPECT_EQ(run(own).status, c.owns) << c.name;
-        EXPECT_EQ(run(load).status, PXPrivilegedFailed) << c.name;
-        EXPECT_FALSE(exists(u"/etc/pulse/default.pa.d/tolvane-audio.pa"_s)) << c.name;
+        EXPECT_EQ(statusOf(kOwn), c.owns) << c.name;
+        EXPECT_EQ(statusOf(kLoad), PXPrivilegedFailed) << c.name;
+        EXPECT_FALSE(exists(kScriptLink)) << c.name;
     }
-    expectDone({u"/bin/rm"_s, u"-r"_s, driver()});
-    for (const char *path : {"/home/victim/secret", "/home/user/evil/tolvane-audio.pa"})
-        EXPECT_NE(QFileInfo(at(QLatin1StringView(path))).ownerId(), 0U) << path;
+    expectDone(kRemove);
+    for (const QString &path : {u"/home/victim/secret"_s, evil})
+        EXPECT_NE(QFileInfo(at(path)).ownerId(), 0U) << path.toStdString();
+
+    expectDone(kCopy);
+    ASSERT_EQ(::chown(script.constData(), kUser, 0), 0);
+    EXPECT_EQ(statusOf(kLoad), PXPrivilegedFailed) << "a user's";
+    expectDone("/bin/chown -R root:root DRIVER");
+    makeFile(kScriptLink, 0, "the administrator's own");
+    EXPECT_EQ(statusOf(kLoad), PXPrivilegedFailed);
+    EXPECT_EQ(contentsOf(kScriptLink), "the administrator's own");
+    QFile::remove(at(kScriptLink));
+    makeLink(u"/nowhere"_s, kScriptLink);
+    expectDone(kLoad);
+    EXPECT_EQ(QFileInfo(at(kScriptLink)).symLinkTarget(), at(kScript));
 }
 
 TEST_F(PrivilegedCommands, WhatIsSwappedMeanwhileIsNotMoved)
@@ -413,7 +332,6 @@ TEST_F(PrivilegedCommands, WhatIsSwappedMeanwhileIsNotMoved)
     const QString movie = u"/home/user/a.mov"_s;
     const QString link = u"/home/user/link"_s;
     const QString target = u"/srv/b.mov"_s;
-    const auto name = [this](const QString &path) { return QFile::encodeName(at(path)); };
     const std::jthread swapper([one = name(movie),
                                 other = name(link)](const std::stop_token &stop) {
         while (!stop.stop_requested())
@@ -432,31 +350,6 @@ TEST_F(PrivilegedCommands, WhatIsSwappedMeanwhileIsNotMoved)
             ASSERT_TRUE(S_ISREG(status.st_mode) && status.st_uid == kUser) << round;
         }
     }
-}
-
-TEST_F(PrivilegedCommands, OnlyADriverOfRootIsLoaded)
-{
-    const QString link = u"/etc/pulse/default.pa.d/tolvane-audio.pa"_s;
-    const QStringList load = {u"/sbin/kextload"_s, driver()};
-    const QByteArray file = QFile::encodeName(driver() + u"/default.pa.d/tolvane-audio.pa"_s);
-    const QByteArray folder = QFile::encodeName(driver());
-    expectDone({u"/bin/cp"_s, u"-R"_s, resource(), driver()});
-
-    ASSERT_EQ(::chown(file.constData(), kUser, 0), 0);
-    EXPECT_EQ(run(load).status, PXPrivilegedFailed);
-    expectDone({u"/bin/chown"_s, u"-R"_s, u"root:root"_s, driver()});
-    ASSERT_EQ(::chmod(folder.constData(), 0777), 0);
-    EXPECT_EQ(run(load).status, PXPrivilegedFailed);
-    ASSERT_EQ(::chmod(folder.constData(), 0755), 0);
-    EXPECT_FALSE(exists(link));
-
-    makeFile(link, 0, "the administrator's own");
-    EXPECT_EQ(run(load).status, PXPrivilegedFailed);
-    EXPECT_EQ(contentsOf(link), "the administrator's own");
-    QFile::remove(at(link));
-    makeLink(u"/nowhere"_s, link);
-    expectDone(load);
-    EXPECT_EQ(QFileInfo(at(link)).symLinkTarget(), QFile::decodeName(file));
 }
 
 TEST_F(PrivilegedCommands, MovesFilesToOtherDisks)

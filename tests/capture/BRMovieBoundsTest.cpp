@@ -2,10 +2,10 @@
 #include "platform/x11/X11ScreenPlatform.h"
 #include "tests/capture/RecordingSession.h"
 #include "tests/support/PaintedWindow.h"
+#include "tests/support/ValueOf.h"
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -22,17 +22,10 @@ struct FramedDesktop {
     explicit FramedDesktop(VirtualDisplay::Compositor compositor = VirtualDisplay::Compositor::None)
         : display(kWide, kHigh, {.compositor = compositor}),
           below(display, kScreen, kBelow & 0xFFFFFF),
-          platform(whole(X11ScreenPlatform::open(display.name()))),
-          windowServer(whole(platform->makeWindowServer())),
-          bounds(whole(windowServer->makeDashedFrame()), platform->mainDisplay())
+          platform(valueOf(X11ScreenPlatform::open(display.name()))),
+          windowServer(valueOf(platform->makeWindowServer())),
+          bounds(valueOf(windowServer->makeDashedFrame()), platform->mainDisplay())
     {
-    }
-
-    template <typename T> static T whole(PXExpected<T> expected)
-    {
-        if (!expected)
-            throw std::runtime_error(PXErrorLine(expected.error()).toStdString());
-        return *std::move(expected);
     }
 
     VirtualDisplay display;

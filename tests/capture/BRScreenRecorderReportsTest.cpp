@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <mutex>
 
 using namespace Qt::StringLiterals;
@@ -13,66 +14,49 @@ using testing::ElementsAreArray;
 
 namespace {
 
-/// Keeps what did not stay the same.
-template <typename T> void appendChange(std::vector<T> &list, const T &value)
-{
-    if (list.empty() || list.back() != value)
-        list.push_back(value);
-}
-
-/// Stands where the tray and the frame around the area do; hears of them on any thread.
+/// Stands where the tray and the frame around the area do; hears of them on any thread. What stays
+/// the same it keeps once.
 class Listener final : public BRStatusItem, public BRMovieBounds {
 public:
-    void setStatusItemImage(const QString &imageName) override { add(imageName.toStdString()); }
+    void setStatusItemImage(const QString &imageName) override
+    {
+        add(calls, imageName.toStdString());
+    }
     void setStatusItemText(const std::optional<QString> &text) override
     {
-        add(text ? "a text" : "no text");
+        add<std::string>(calls, text ? "a text" : "no text");
     }
-    void setScreenSelectionRect(const PXRect &rect) override
-    {
-        const std::lock_guard lock(_mutex);
-        appendChange(_boundsRects, rect);
-    }
-    void selectionWasRead(const PXRect &rect) override
-    {
-        const std::lock_guard lock(_mutex);
-        appendChange(_readRects, rect);
-    }
-    void orderFront() override { add("front"); }
-    void orderOut() override { add("out"); }
+    void setScreenSelectionRect(const PXRect &rect) override { add(boundsRects, rect); }
+    void selectionWasRead(const PXRect &rect) override { add(readRects, rect); }
+    void orderFront() override { add<std::string>(calls, "front"); }
+    void orderOut() override { add<std::string>(calls, "out"); }
     void cameraWasSet(const PXRect &rect)
     {
-        const std::lock_guard lock(_mutex);
-        appendChange(_cameraRects, rect);
-        ++_timesCameraWasSet;
+        add(cameraRects, rect);
+        ++timesCameraWasSet;
     }
-
     [[nodiscard]] PXRect lastReadRect()
     {
         const std::lock_guard lock(_mutex);
-        return _readRects.empty() ? PXRect() : _readRects.back();
+        return readRects.empty() ? PXRect() : readRects.back();
     }
 
     // Once the recording has ended nobody calls any more.
-    [[nodiscard]] const std::vector<std::string> &calls() const { return _calls; }
-    [[nodiscard]] const std::vector<PXRect> &boundsRects() const { return _boundsRects; }
-    [[nodiscard]] const std::vector<PXRect> &readRects() const { return _readRects; }
-    [[nodiscard]] const std::vector<PXRect> &cameraRects() const { return _cameraRects; }
-    [[nodiscard]] std::size_t timesCameraWasSet() const { return _timesCameraWasSet; }
+    std::vector<std::string> calls;
+    std::vector<PXRect> boundsRects;
+    std::vector<PXRect> readRects;
+    std::vector<PXRect> cameraRects;
+    std::atomic<std::size_t> timesCameraWasSet = 0;
 
 private:
-    void add(const std::string &call)
+    template <typename T> void add(std::vector<T> &list, const T &value)
     {
         const std::lock_guard lock(_mutex);
-        appendChange(_calls, call);
+        if (list.empty() || list.back() != value)
+            list.push_back(value);
     }
 
     std::mutex _mutex;
-    std::vector<std::string> _calls;
-    std::vector<PXRect> _boundsRects;
-    std::vector<PXRect> _readRects;
-    std::vector<PXRect> _cameraRects;
-    std::size_t _timesCameraWasSet = 0;
 };
 
 struct ReportsCase {
@@ -84,31 +68,27 @@ struct ReportsCase {
     std::vector<std::string> calls;
 };
 
+// Around (100, 100) and (400, 250) on a display that is 400 high.
+const std::vector<PXRect> kFollowing = {{0, 250, 200, 100}, {300, 100, 200, 100}};
+const std::vector<PXRect> kFixed = {{50, 60, 200, 100}};
 const ReportsCase kReportsCases[] = {
-    {"fixedArea",
-     0,
-     true,
-     true,
-     {{50, 60, 200, 100}},
-     {"status-recording", "front", "a text", "no text", "status-normal", "out"}},
-    // Around (100, 100) and (400, 250) on a display that is 400 high.
     {"followsThePointer",
      1,
      true,
      true,
-     {{0, 250, 200, 100}, {300, 100, 200, 100}},
+     kFollowing,
      {"status-recording", "front", "a text", "no text", "status-normal", "out"}},
     {"withoutBounds",
      1,
      false,
      true,
-     {{0, 250, 200, 100}, {300, 100, 200, 100}},
+     kFollowing,
      {"status-recording", "a text", "no text", "status-normal", "out"}},
-    {"withoutText",
+    {"fixedWithoutText",
      0,
      true,
      false,
-     {{50, 60, 200, 100}},
+     kFixed,
      {"status-recording", "front", "no text", "status-normal", "out"}},
 };
 
@@ -140,16 +120,16 @@ TEST(ScreenRecorder, ReportsItsCameraAndItsStateToWhoeverShowsThem)
         if (c.displayMovieBounds) // The frame comes back when the camera stands.
             session.waitUntil([&] { return listener.lastReadRect() == c.cameraRects.back(); });
         session.stop();
-        EXPECT_THAT(listener.calls(), ElementsAreArray(c.calls)) << c.name;
-        EXPECT_EQ(listener.cameraRects(), c.cameraRects) << c.name;
-        EXPECT_EQ(listener.boundsRects(),
+        EXPECT_THAT(listener.calls, ElementsAreArray(c.calls)) << c.name;
+        EXPECT_EQ(listener.cameraRects, c.cameraRects) << c.name;
+        EXPECT_EQ(listener.boundsRects,
                   c.displayMovieBounds ? c.cameraRects : std::vector<PXRect>())
             << c.name;
-        EXPECT_EQ(listener.readRects(), listener.boundsRects()) << c.name;
+        EXPECT_EQ(listener.readRects, listener.boundsRects) << c.name;
         if (c.cameraMode == 0)
-            EXPECT_EQ(listener.timesCameraWasSet(), 1U) << c.name;
+            EXPECT_EQ(listener.timesCameraWasSet, 1U) << c.name;
         else // At the start and at each grab.
-            EXPECT_GT(listener.timesCameraWasSet(), session.frames().size()) << c.name;
+            EXPECT_GT(listener.timesCameraWasSet, session.frames().size()) << c.name;
     }
 }
 

@@ -9,7 +9,6 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -134,9 +133,7 @@ TEST_F(SoundCompression, KeepsRateAndChannelsInTheirPlaces)
         std::uint64_t mask;
         const char *layout; ///< As ffprobe names it.
     } cases[] = {
-        {"aac ", 44100, 1, 0, "mono"},          {"alac", 44100, 1, 0, "mono"},
-        {"sowt", 44100, 1, 0, "mono"},          {"aac ", 44100, 2, 0, "stereo"},
-        {"ulaw", 44100, 2, 0, "stereo"},        {"aac ", 48000, 6, kBack, "5.1"},
+        {"aac ", 44100, 1, 0, "mono"},          {"aac ", 48000, 6, kBack, "5.1"},
         {"alac", 48000, 6, kBack, "5.1"},       {"sowt", 48000, 6, kBack, "5.1"},
         {"sowt", 48000, 6, kSide, "5.1(side)"}, {"aac ", 48000, 6, kSide, "5.1"},
     };
@@ -200,27 +197,4 @@ TEST_F(SoundCompression, TakesSamplesAsDeepAsTheyAreStored)
         compress(output());
         EXPECT_EQ(extract<std::int16_t>(output()).at(24000), row.rounded);
     }
-}
-
-TEST_F(SoundCompression, SaysWhatItMakesOfAnOpenSourceOnly)
-{
-    const auto all = [&] {
-        return QStringList{compressor.summaryString(),    compressor.compressorName(),
-                           compressor.sampleRateString(), compressor.channelLayoutString(),
-                           compressor.sampleSizeString(), compressor.bitRateString()};
-    };
-    const QStringList nothing(6, QString());
-    makeSoundFile(source(), {"sowt", 44100, 1}, chirp(44100, 1, 4410));
-    choose("aac ", 96000);
-    EXPECT_EQ(all(), nothing);
-    ASSERT_TRUE(compressor.openSourceFileAtPath(source()));
-    EXPECT_EQ(all(),
-              (QStringList{u"AAC, Mono, 44.1 kHz, 96 kbps"_s, u"AAC"_s, u"44.1 kHz"_s, u"Mono"_s,
-                           QString(), u"96 kbps"_s}));
-    choose("alac", 96000);
-    EXPECT_EQ(compressor.summaryString(), u"Apple Lossless, Mono, 44.1 kHz"_s);
-    compress(output());
-    EXPECT_EQ(all(), nothing);
-    EXPECT_FALSE(compressor.openSourceFileAtPath(folder.filePath(u"missing.mov"_s)));
-    EXPECT_EQ(all(), nothing);
 }

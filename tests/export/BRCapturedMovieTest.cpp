@@ -1,68 +1,43 @@
 #include "export/BRCapturedMovie.h"
 
-#include "capture/framefile/BRFrameStreamer.h"
-#include "platform/ffmpeg/FFmpegMediaPlatform.h"
-#include "tests/ffmpeg/SoundMaker.h"
+#include "tests/export/LibraryFolder.h"
 #include "tests/ffmpeg/SoundProbe.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QEventLoop>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QThread>
 
 #include <cerrno>
 #include <functional>
 
-using namespace Qt::StringLiterals;
 using testing::ElementsAre;
 
 namespace {
 
 /// A capture of a second and a half, exported into a folder of its own.
-class MovieWithSound : public testing::Test, private BRCapturedMovieDelegate {
+class MovieWithSound : public testing::Test,
+                       protected LibraryFolder,
+                       private BRCapturedMovieDelegate {
 protected:
     MovieWithSound()
     {
         qputenv("TMPDIR", QFile::encodeName(temporary.path()));
-        record(3);
+        record(u"A"_s, End::Stopped, 3);
     }
     ~MovieWithSound() override { qunsetenv("TMPDIR"); }
 
-    void record(int frames) const
-    {
-        auto streamer
-            = BRFrameStreamer::withFilePathForWriting(video(), {32, 24}, BRRawCompression::LZO, 0)
-                  .value();
-        std::vector<std::uint32_t> pixels(std::size_t{32} * 24, 0x203040);
-        const PXRect rect{0, 0, 32, 24};
-        for (int i = 0; i < frames; ++i) {
-            EXPECT_TRUE(streamer->writeFrameWithDirtyRects({&rect, 1}, i / 2.0));
-            EXPECT_TRUE(streamer->writeDirtyRect(
-                rect, rect, {reinterpret_cast<std::byte *>(pixels.data()), 128, 32, 24}));
-        }
-        EXPECT_TRUE(streamer->setDuration((frames - 1) / 2.0));
-        EXPECT_TRUE(streamer->setTotalNumberOfFrames(static_cast<std::uint32_t>(frames)));
-    }
-    [[nodiscard]] QString video() const
-    {
-        return capture.filePath(u"Brimmet Capture Video Data"_s);
-    }
-    [[nodiscard]] QString sound() const { return capture.filePath(kBRCaptureAudioDataName); }
+    [[nodiscard]] QString video() const { return fileOf(u"A"_s, kBRCaptureVideoDataName); }
+    [[nodiscard]] QString sound() const { return fileOf(u"A"_s, kBRCaptureAudioDataName); }
     [[nodiscard]] QString output() const { return folder.filePath(u"Movie.mov"_s); }
-    static QStringList filesIn(const QTemporaryDir &where)
-    {
-        return QDir(where.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    }
 
     std::unique_ptr<BRCapturedMovie> open(bool hasAudio = true)
     {
-        const QVariantMap info{{u"hasAudio"_s, hasAudio}, {u"width"_s, 32}, {u"height"_s, 24}};
-        auto movie = std::make_unique<BRCapturedMovie>(video(), info, platform, defaults);
+        const QVariantMap info{{u"hasAudio"_s, hasAudio}, {u"width"_s, 40}, {u"height"_s, 30}};
+        auto movie = std::make_unique<BRCapturedMovie>(video(), info, media, defaults);
         movie->frameCompressor().compressionOptions().codec = PXFourCharCode("raw ");
         return movie;
     }
@@ -84,14 +59,11 @@ protected:
         QCoreApplication::processEvents();
         EXPECT_FALSE(movie.isCompressing());
         EXPECT_FALSE(movie.isMerging());
-        EXPECT_EQ(filesIn(temporary), QStringList()) << "the sound on its way";
+        EXPECT_EQ(everythingIn(temporary.path()), QStringList()) << "the sound on its way";
     }
 
-    QTemporaryDir capture;
     QTemporaryDir folder;
     QTemporaryDir temporary;
-    FFmpegMediaPlatform platform;
-    PXDefaults defaults{capture.filePath(u"defaults.plist"_s)};
     QStringList events;
     std::function<void(BRCapturedMovie &)> onVideo; ///< When the pictures begin,
     std::function<void(BRCapturedMovie &)> onSound; ///< and the sound.
@@ -173,7 +145,7 @@ TEST_F(MovieWithSound, HasItsSoundCutToThePictures)
         EXPECT_EQ(tracks[1].channels, channels);
         const auto heard = channelOf<float>(SoundProbe::decode(output()), channels, 0);
         EXPECT_GT(lagOf(heard, chirp(rate, 1, rate, 0.4), 2000).likeness, 0.98);
-        EXPECT_EQ(filesIn(folder), QStringList(u"Movie.mov"_s));
+        EXPECT_EQ(everythingIn(folder.path()), QStringList(u"Movie.mov"_s));
     }
 }
 
@@ -201,12 +173,10 @@ TEST_F(MovieWithSound, EndsWithoutSoundWhereThereIsNone)
         SCOPED_TRACE(row.name);
         QFile::remove(sound());
         QFile::remove(output());
-        if (QFile file(sound()); row.sound) {
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(*row.sound);
-        }
+        if (row.sound)
+            writeFile(sound(), *row.sound);
         if (row.end == u"cancelled"_s)
-            record(20'000); // It must not be over before it is cancelled.
+            record(u"A"_s, End::Stopped, 20'000); // It must not be over before it is cancelled.
         const auto movie = open(row.hasAudio);
         EXPECT_EQ(movie->hasAudio(), row.hasAudio);
         EXPECT_EQ(movie->includeAudio(), row.hasAudio);
@@ -219,7 +189,7 @@ TEST_F(MovieWithSound, EndsWithoutSoundWhereThereIsNone)
         if (row.end == u"done"_s) {
             EXPECT_EQ(SoundProbe::tracks(output()).size(), 1U);
         } else {
-            EXPECT_EQ(filesIn(folder), QStringList());
+            EXPECT_EQ(everythingIn(folder.path()), QStringList());
         }
     }
     // Nothing is heard of an export that did not begin.
@@ -241,7 +211,7 @@ TEST_F(MovieWithSound, KeepsThePicturesWhenTheMergingIsCancelled)
     ASSERT_TRUE(movie->audioError());
     EXPECT_EQ(movie->audioError()->code, ECANCELED);
     EXPECT_EQ(SoundProbe::tracks(output()).size(), 1U);
-    EXPECT_EQ(filesIn(folder), QStringList(u"Movie.mov"_s));
+    EXPECT_EQ(everythingIn(folder.path()), QStringList(u"Movie.mov"_s));
 
     onSound = {};
     exportMovie(*movie);

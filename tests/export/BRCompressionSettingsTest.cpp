@@ -8,23 +8,9 @@
 namespace {
 
 // Worked out by hand: every size counts its own eight bytes.
-const QByteArray kStored = QByteArray::fromHex("00000016"
-                                               "7370746c"
-                                               "61706368"
-                                               "00000000"
-                                               "0018"
-                                               "00000200"
-                                               "00000014"
-                                               "7470726c"
-                                               "00000300"
-                                               "001e0000"
-                                               "0000012c"
-                                               "0000000c"
-                                               "64726174"
-                                               "0001e848"
-                                               "0000000a"
-                                               "74766c76"
-                                               "0101");
+const QByteArray kStored = QByteArray::fromHex("00000016 7370746c 61706368 00000000 0018 00000200"
+                                               "00000014 7470726c 00000300 001e0000 0000012c"
+                                               "0000000c 64726174 0001e848 0000000a 74766c76 0101");
 
 } // namespace
 
@@ -53,13 +39,8 @@ TEST(BRCompressionSettings, StoredFormIsTheOneWorkedOutByHand)
 
 TEST(BRAudioCompressionSettings, StoredFormIsTheOneWorkedOutByHand)
 {
-    const QByteArray stored = QByteArray::fromHex("0000001c"
-                                                  "61756469"
-                                                  "616c6163"
-                                                  "0000ac44"
-                                                  "00000002"
-                                                  "0001f400"
-                                                  "00000400");
+    const QByteArray stored
+        = QByteArray::fromHex("0000001c 61756469 616c6163 0000ac44 00000002 0001f400 00000400");
     BRAudioCompressionSettings settings;
     settings.codec = PXFourCharCode("alac");
     settings.sampleRate = 44100;
@@ -85,15 +66,8 @@ TEST(BRAudioCompressionSettings, StoredFormIsTheOneWorkedOutByHand)
 TEST(BRCompressionSettings, KeepsWhatItDoesNotKnow)
 {
     // An atom of somebody else in front, and fields behind the ones of 'tprl' that we know.
-    const QByteArray stored = QByteArray::fromHex("0000000b"
-                                                  "66757475"
-                                                  "abcdef"
-                                                  "00000018"
-                                                  "7470726c"
-                                                  "00000300"
-                                                  "003c0000"
-                                                  "00000000"
-                                                  "deadbeef");
+    const QByteArray stored = QByteArray::fromHex(
+        "0000000b 66757475 abcdef 00000018 7470726c 00000300 003c0000 00000000 deadbeef");
     auto settings = BRCompressionSettings::fromAtomContainer(stored);
     ASSERT_TRUE(settings);
     settings->temporal.keyFrameRate = 7;
@@ -112,16 +86,10 @@ TEST(BRCompressionSettings, RefusesDamagedContainers)
             << length;
     }
     const char *const damaged[] = {
-        "00000000"
-        "7370746c", // no size at all
-        "ffffffff"
-        "7370746c"
-        "00", // longer than there is
-        "00000007"
-        "7370746c", // shorter than its own header
-        "0000000c"
-        "7370746c"
-        "61766331", // ours, with fields missing
+        "00000000 7370746c", // no size at all
+        "ffffffff 7370746c 00", // longer than there is
+        "00000007 7370746c", // shorter than its own header
+        "0000000c 7370746c 61766331", // ours, with fields missing
     };
     for (const char *hex : damaged) {
         const auto read = BRCompressionSettings::fromAtomContainer(QByteArray::fromHex(hex));

@@ -6,8 +6,6 @@
 
 #include <QEventLoop>
 
-#include <unistd.h>
-
 namespace {
 
 class MovieLibrary : public testing::Test, protected LibraryFolder {
@@ -28,22 +26,6 @@ protected:
     BRMovieLibrary library{movies.path(), media, defaults};
 };
 
-TEST_F(MovieLibrary, ListsTheNewestFirstAndKeepsWhatItKnows)
-{
-    add(u"A1"_s, u"old"_s, 1);
-    add(u"A2"_s, u"new"_s, 3);
-    add(u"B1"_s, u"middle"_s, 2);
-    QDir(movies.path()).mkdir(u"no movie"_s);
-    ASSERT_TRUE(library.loadAll());
-    EXPECT_EQ(namesIn(library), QStringList({u"new"_s, u"middle"_s, u"old"_s}));
-    const auto known = library.movies().front();
-    QDir(folderOf(u"A1"_s)).removeRecursively();
-    add(u"C1"_s, u"newest"_s, 4);
-    ASSERT_TRUE(library.loadAll());
-    EXPECT_EQ(namesIn(library), QStringList({u"newest"_s, u"new"_s, u"middle"_s}));
-    EXPECT_EQ(library.movies()[1], known);
-}
-
 TEST_F(MovieLibrary, AMovieIsTheFolderThatItWasFoundIn)
 {
     add(u"A1"_s, u"one"_s, 2);
@@ -61,25 +43,6 @@ TEST_F(MovieLibrary, AMovieIsTheFolderThatItWasFoundIn)
         EXPECT_EQ(movie->movieFolderPath(), folderOf(movie->identifier()));
         EXPECT_EQ(movie->capturedVideoSize(), (PXSize{40, 30})) << "the raw file knows";
     }
-}
-
-TEST_F(MovieLibrary, RescuesWhatWasInterrupted)
-{
-    add(u"A1"_s, u"whole"_s, 1);
-    record(u"A2"_s, End::Killed);
-    writeInfo(u"A2"_s);
-    record(u"A3"_s, End::Killed, 0);
-    writeInfo(u"A3"_s);
-    int changes = 0;
-    library.setDidChange([&] { ++changes; });
-    ASSERT_TRUE(library.loadAll());
-    EXPECT_EQ(library.movies().size(), 3U);
-    EXPECT_EQ(changes, 2);
-    EXPECT_EQ(library.takeRescueResults().size(), 2U);
-    for (const auto &movie : library.movies())
-        EXPECT_EQ(movie->wasRescued(), movie->identifier() == u"A2")
-            << movie->identifier().toStdString();
-    library.setDidChange(nullptr);
 }
 
 TEST_F(MovieLibrary, LooksAgainWhileSomethingIsRescued)
@@ -174,52 +137,6 @@ TEST_F(MovieLibrary, AFolderThatVanishesAndComesBack)
     ASSERT_TRUE(QDir().rename(away, movies.path()));
     EXPECT_TRUE(library.loadAll());
     EXPECT_EQ(namesIn(library), QStringList(u"one"_s));
-}
-
-TEST_F(MovieLibrary, NamesOfEveryKindStay)
-{
-    add(u"A1"_s, u"first"_s, 1);
-    ASSERT_TRUE(library.loadAll());
-    const auto movie = library.movies().front();
-    for (const QString &name :
-         {u"a/b: c"_s, u"two\nlines"_s, u"🎬 ça"_s, QString(300, u'x'), u"<&>\"'"_s}) {
-        EXPECT_TRUE(movie->setName(name)) << name.toStdString();
-        BRMovieLibrary again(movies.path(), media, defaults);
-        ASSERT_TRUE(again.loadAll());
-        EXPECT_EQ(again.movies().front()->name(), name);
-    }
-    const QString before = movie->name();
-    EXPECT_FALSE(movie->setName(u"bell\a"_s)) << "no list can hold it";
-    QFile::remove(fileOf(u"A1"_s, kBRMovieInfoName));
-    EXPECT_FALSE(movie->setName(u"lost"_s));
-    EXPECT_EQ(movie->name(), before);
-}
-
-TEST_F(MovieLibrary, FindsMoviesByUUIDBeginningAndName)
-{
-    add(u"AB12"_s, u"Lesson"_s, 1);
-    add(u"AB34"_s, u"Lesson"_s, 2);
-    add(u"CD56"_s, u"AB12"_s, 3);
-    add(u"EF78"_s, u"cd"_s, 4);
-    const struct {
-        QString text;
-        QStringList found;
-    } cases[] = {
-        {u"ab12"_s, {u"AB12"_s}},
-        {u"ef"_s, {u"EF78"_s}},
-        {u"cd"_s, {u"CD56"_s, u"EF78"_s}},
-        {u"AB"_s, {u"AB12"_s, u"AB34"_s}},
-        {u"Lesson"_s, {u"AB12"_s, u"AB34"_s}},
-        {u"lesson"_s, {}},
-        {QString(), {}},
-    };
-    for (const auto &c : cases) {
-        QStringList found;
-        for (const QString &folder : BRMovieLibrary::foldersFor(c.text, movies.path()))
-            found << QFileInfo(folder).fileName();
-        found.sort();
-        EXPECT_EQ(found, c.found) << c.text.toStdString();
-    }
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #include "export/BRMovieRescue.h"
 
 #include "export/BRCapturedMovie.h"
-#include "export/BRMovieFolderLock.h"
 #include "tests/export/LibraryFolder.h"
 
 #include <gmock/gmock.h>
@@ -49,28 +48,26 @@ TEST_F(MovieRescue, MakesAnInterruptedRecordingAnOrdinaryOne)
         QStringList sideFiles;
     };
     const QString info = fileOf(kUUID, kBRMovieInfoName);
-    const auto put = [&](const QString &path, const QByteArray &bytes) {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    };
     const Case cases[] = {
         {"killed", [] {}, true, {}},
         {"noInfo", [&] { QFile::remove(info); }, false, {}},
         {"tornInfo",
-         [&] { put(info, "<?xml version=\"1.0\"?><plist><dict><key>na"); },
+         [&] { writeFile(info, "<?xml version=\"1.0\"?><plist><dict><key>na"); },
          false,
          {u"Info.plist.damaged"_s}},
         {"infoOfTheWrongType",
-         [&] { put(info, "<plist version=\"1.0\"><array/></plist>"); },
+         [&] { writeFile(info, "<plist version=\"1.0\"><array/></plist>"); },
          false,
          {u"Info.plist.damaged"_s}},
-        {"lockLeftBehind", [&] { put(fileOf(kUUID, u".lock"_s), {}); }, true, {}},
+        {"lockLeftBehind", [&] { writeFile(fileOf(kUUID, u".lock"_s), {}); }, true, {}},
         {"noIndex",
          [&] { QFile::remove(fileOf(kUUID, kBRCaptureVideoDataName + u".index"_s)); },
          true,
          {}},
-        {"sideFiles", [&] { put(fileOf(kUUID, u"notes.txt"_s), "mine"); }, true, {u"notes.txt"_s}},
+        {"sideFiles",
+         [&] { writeFile(fileOf(kUUID, u"notes.txt"_s), "mine"); },
+         true,
+         {u"notes.txt"_s}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -145,9 +142,7 @@ TEST_F(MovieRescue, JoinsTheSoundOfAWholeMovieAndGivesUpWhatNobodyCanRead)
         recordSound(kUUID, kBRCaptureAudioDataName);
         recordSound(kUUID, kBRSecondCaptureAudioDataName);
         if (isDamaged) {
-            QFile file(fileOf(kUUID, kBRSecondCaptureAudioDataName));
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write("no sound at all");
+            writeFile(fileOf(kUUID, kBRSecondCaptureAudioDataName), "no sound at all");
         }
         EXPECT_TRUE(isNeeded());
         EXPECT_EQ(rescue().outcome, Outcome::Rescued);
@@ -159,8 +154,7 @@ TEST_F(MovieRescue, JoinsTheSoundOfAWholeMovieAndGivesUpWhatNobodyCanRead)
                   isDamaged ? 1 : 2);
     }
     // What holds nothing is no sound.
-    QFile file(fileOf(kUUID, kBRSecondCaptureAudioDataName));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    writeFile(fileOf(kUUID, kBRSecondCaptureAudioDataName));
     EXPECT_FALSE(isNeeded());
 }
 
@@ -176,37 +170,6 @@ TEST_F(MovieRescue, WhatCannotBeReadIsNotTakenForDamaged)
     ASSERT_EQ(mkfifo(info.constData(), 0600), 0);
     EXPECT_FALSE(BRMovieRescue::rescue(folderOf(kUUID), media));
     EXPECT_THAT(filesOf(kUUID), Not(Contains(kBRMovieInfoName + u".damaged"_s)));
-}
-
-TEST_F(MovieRescue, LeavesAloneWhatIsBeingWrittenOrWhole)
-{
-    record(kUUID, End::Killed);
-    writeInfo(kUUID);
-    const auto contents = [&] {
-        QFile file(fileOf(kUUID, kBRCaptureVideoDataName));
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return file.readAll();
-    };
-    const QByteArray before = contents();
-    {
-        const auto lock = BRMovieFolderLock::take(folderOf(kUUID));
-        ASSERT_TRUE(lock && *lock);
-        EXPECT_FALSE((*lock)->wasLeft());
-        EXPECT_EQ(rescue().outcome, Outcome::BeingWritten);
-        EXPECT_EQ(contents(), before);
-    }
-    QDir(folderOf(kUUID)).removeRecursively();
-    record(kUUID, End::Stopped);
-    writeInfo(kUUID);
-    EXPECT_FALSE(isNeeded());
-    EXPECT_EQ(rescue().outcome, Outcome::Untouched);
-    EXPECT_FALSE(movie()->wasRescued());
-
-    QDir(folderOf(kUUID)).removeRecursively();
-    record(kUUID, End::Killed, 0);
-    writeInfo(kUUID);
-    EXPECT_EQ(rescue().outcome, Outcome::Empty);
-    EXPECT_FALSE(infoOf(kUUID).contains(kBRWasRescuedKey));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "platform/ffmpeg/FFmpegMediaPlatform.h"
 #include "tests/ffmpeg/SoundMaker.h"
 #include "tests/framefile/RawCapture.h"
+#include "tests/support/Files.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -90,8 +91,7 @@ public:
     }
     [[nodiscard]] QStringList filesOf(const QString &uuid) const
     {
-        return QDir(folderOf(uuid))
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        return everythingIn(folderOf(uuid));
     }
 
     const QDateTime kDate = QDateTime::fromString(u"2026-11-21T12:00:00Z"_s, Qt::ISODate);

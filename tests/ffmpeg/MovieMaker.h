@@ -68,10 +68,10 @@ private:
     std::unique_ptr<PXCompressionSession> _session;
 };
 
-inline PXCompressionSessionOptions optionsFor(const char (&code)[5], int width, int height)
+inline PXCompressionSessionOptions optionsFor(const char *code, int width, int height)
 {
     PXCompressionSessionOptions options;
-    options.codec = PXFourCharCode(code);
+    options.codec = PXFourCharCodeFromString(QString::fromLatin1(code));
     options.width = width;
     options.height = height;
     options.quality = 960;

@@ -7,8 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-/// What another program sees of a movie's first track: the library's reader, and the file's atoms
-/// themselves.
+/// What another program, ffmpeg, sees of a movie's first track; and the file's atoms themselves.
 struct MovieProbe {
     /// Throws std::runtime_error where the file is no movie.
     static MovieProbe of(const QString &path);

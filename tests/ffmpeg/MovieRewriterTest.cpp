@@ -5,17 +5,14 @@
 #include "tests/ffmpeg/SoundMaker.h"
 #include "tests/ffmpeg/SoundProbe.h"
 #include "tests/support/FileSizeLimit.h"
+#include "tests/support/Files.h"
 #include "tests/support/Sanitizers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <cerrno>
-#include <functional>
 #include <stop_token>
 
 using namespace Qt::StringLiterals;
@@ -34,16 +31,9 @@ QString makeVideo(MovieMaker &maker)
     return maker.finish();
 }
 
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
-    return file.readAll();
-}
-
 QStringList everythingBeside(const QString &path)
 {
-    return QFileInfo(path).dir().entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    return everythingIn(QFileInfo(path).path());
 }
 
 /// How the first track is described, without the bit rates of MPEG-4, which the reader does not
@@ -66,9 +56,7 @@ TEST_P(EveryVideoCodec, SurvivesTheInsertedSoundAsItIs)
 {
     if (kIsThreadSanitized && QByteArrayView(GetParam()) == "hvc1")
         GTEST_SKIP() << "libx265's own threads agree by atomics that are not seen";
-    PXCompressionSessionOptions options = optionsFor("raw ", 64, 48);
-    options.codec = PXFourCharCodeFromString(QString::fromLatin1(GetParam()));
-    MovieMaker maker(options);
+    MovieMaker maker(optionsFor(GetParam(), 64, 48));
     const QString path = makeVideo(maker);
     const QByteArray described = description(path);
     const QByteArray packets = SoundProbe::videoPackets(path);
@@ -79,10 +67,7 @@ TEST_P(EveryVideoCodec, SurvivesTheInsertedSoundAsItIs)
     const auto played = chirp(48000, 2, 48000 * 4);
     for (const auto &codec : {"aac ", "sowt"}) {
         const QString sound = folder.filePath(u"sound.mov"_s);
-        if (codec[0] == 'a')
-            makeSoundFile(sound, {"aac "}, played);
-        else
-            makeSoundFile(sound, {"sowt"}, played);
+        makeSoundFile(sound, {codec}, played);
         ASSERT_TRUE(platform.insertSoundTrack(sound, path));
         ASSERT_TRUE(platform.flattenMovie(path));
     }
@@ -123,45 +108,6 @@ INSTANTIATE_TEST_SUITE_P(Table, EveryVideoCodec,
                              return QByteArray(row.param).trimmed().toStdString();
                          });
 
-// What the recorder does with its two files, and the export with the outcome.
-TEST(MovieRewriter, TwoRecordedFilesBecomeOneWithBothInStep)
-{
-    const QTemporaryDir folder;
-    const QString microphone = folder.filePath(u"1.mov"_s);
-    const QString system = folder.filePath(u"2.mov"_s);
-    FFmpegMediaPlatform platform;
-    makeSoundFile(microphone, {"sowt", 44100, 1, PXSoundFileKind::Fragmented},
-                  chirp(44100, 1, 44100 * 2));
-    makeSoundFile(system, {"aac ", 48000, 2, PXSoundFileKind::Fragmented},
-                  chirp(48000, 2, 48000 * 3));
-    ASSERT_TRUE(platform.flattenMovie(microphone));
-    ASSERT_TRUE(platform.flattenMovie(system));
-    ASSERT_TRUE(platform.insertSoundTrack(system, microphone));
-
-    const auto tracks = SoundProbe::tracks(microphone);
-    ASSERT_EQ(tracks.size(), 2U);
-    EXPECT_EQ(tracks[0].tag, u"sowt"_s);
-    EXPECT_EQ(tracks[0].duration, 44100 * 2);
-    EXPECT_EQ(tracks[1].tag, u"mp4a"_s);
-    EXPECT_EQ(tracks[1].duration, 48000 * 3);
-    EXPECT_TRUE(tracks[0].isEnabled && tracks[1].isEnabled);
-    const MovieProbe movie = MovieProbe::of(microphone);
-    EXPECT_EQ(movie.movieTimeScale, 44100);
-    EXPECT_THAT(movie.atoms, testing::Not(testing::Contains(u"moof"_s)));
-
-    // Both are the same chirp, so that together it is twice as loud; then only one is left.
-    const auto heard = channelOf<float>(extract<float>(microphone), 2, 1);
-    ASSERT_EQ(heard.size(), 48000U * 3);
-    const auto expected = chirp(48000, 1, 48000 * 3);
-    for (const int place : {0, 70000, 130000}) {
-        const Lag lag = lagOf(heard, expected, place);
-        EXPECT_LE(std::abs(lag.frames), 1);
-        EXPECT_GT(lag.likeness, 0.999);
-        EXPECT_NEAR(*std::max_element(heard.begin() + place, heard.begin() + place + 3000),
-                    place < 96000 ? 1.0 : 0.5, 0.03);
-    }
-}
-
 TEST(MovieRewriter, ANewFileIsLikeTheOneThatItReplaces)
 {
     const QTemporaryDir folder;
@@ -191,13 +137,13 @@ TEST(MovieRewriter, LeavesTheTargetWhereThereIsNothingToInsert)
     makeSoundFile(silent, {"aac ", 48000, 2, PXSoundFileKind::Fragmented}, std::vector<float>());
     MovieMaker maker(optionsFor("avc1", 64, 48));
     const QString empty = maker.finish(); // A track without pictures: it lasts for nothing.
-    const QByteArray before = contents(empty);
+    const QByteArray before = contentsOf(empty);
     EXPECT_TRUE(platform.insertSoundTrack(sound, empty));
     EXPECT_TRUE(platform.flattenMovie(empty));
-    EXPECT_EQ(contents(empty), before);
-    const QByteArray soundBefore = contents(sound);
+    EXPECT_EQ(contentsOf(empty), before);
+    const QByteArray soundBefore = contentsOf(sound);
     EXPECT_TRUE(platform.insertSoundTrack(silent, sound));
-    EXPECT_EQ(contents(sound), soundBefore);
+    EXPECT_EQ(contentsOf(sound), soundBefore);
 }
 
 TEST(MovieRewriter, NamesTheFileThatItCannotUse)
@@ -208,8 +154,8 @@ TEST(MovieRewriter, NamesTheFileThatItCannotUse)
     makeSoundFile(good, {"aac "}, chirp(48000, 2, 48000));
     ASSERT_TRUE(platform.insertSoundTrack(good, good)); // Its index is in front now.
     MovieMaker maker(optionsFor("raw ", 64, 48));
-    const QByteArray video = contents(makeVideo(maker));
-    const QByteArray whole = contents(good);
+    const QByteArray video = contentsOf(makeVideo(maker));
+    const QByteArray whole = contentsOf(good);
     const struct {
         const char *name;
         std::optional<QByteArray> bytes; ///< None is a folder.
@@ -226,9 +172,7 @@ TEST(MovieRewriter, NamesTheFileThatItCannotUse)
     for (const auto &row : cases) {
         const QString bad = folder.filePath(u"bad: "_s + QLatin1String(row.name));
         if (row.bytes) {
-            QFile file(bad);
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(*row.bytes);
+            writeFile(bad, *row.bytes);
         } else {
             QDir().mkdir(bad);
         }
@@ -243,50 +187,44 @@ TEST(MovieRewriter, NamesTheFileThatItCannotUse)
             check(platform.insertSoundTrack(good, bad));
             check(platform.flattenMovie(bad));
         }
-        EXPECT_EQ(contents(good), whole) << row.name;
+        EXPECT_EQ(contentsOf(good), whole) << row.name;
     }
     EXPECT_FALSE(platform.flattenMovie(folder.filePath(u"missing.mov"_s)));
 }
 
-TEST(MovieRewriter, AStopLeavesTheTargetAndNothingElse)
+TEST(MovieRewriter, AStopAndAFullDiskLeaveTheTargetAndNothingElse)
 {
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"movie.mov"_s);
     FFmpegMediaPlatform platform;
     makeSoundFile(path, {"sowt", 48000, 2, PXSoundFileKind::Fragmented}, chirp(48000, 2, 96000));
-    const QByteArray before = contents(path);
-    std::stop_source stop;
-    stop.request_stop();
-    for (const auto &stopped : {platform.flattenMovie(path, stop.get_token()),
-                                platform.insertSoundTrack(path, path, stop.get_token())}) {
-        ASSERT_FALSE(stopped);
-        EXPECT_EQ(stopped.error().code, ECANCELED);
-        EXPECT_EQ(contents(path), before);
-        EXPECT_EQ(everythingBeside(path), QStringList(u"movie.mov"_s));
-    }
-}
-
-TEST(MovieRewriter, AFullDiskLeavesTheTargetAndNothingElse)
-{
-    const QTemporaryDir folder;
-    const QString path = folder.filePath(u"movie.mov"_s);
-    FFmpegMediaPlatform platform;
-    makeSoundFile(path, {"sowt", 48000, 2, PXSoundFileKind::Fragmented}, chirp(48000, 2, 96000));
-    const QByteArray before = contents(path);
-    for (const rlim_t limit : {0, 100, 5000, 200000, 380000}) {
-        PXExpected<void> flattened;
-        PXExpected<void> inserted;
+    const QByteArray before = contentsOf(path);
+    std::stop_source stopped;
+    stopped.request_stop();
+    const struct {
+        const char *name;
+        rlim_t mostBytes;
+        std::stop_token stop;
+        int code;
+    } cases[] = {{"stop", RLIM_INFINITY, stopped.get_token(), ECANCELED},
+                 {"nothing", 0, {}, EFBIG},
+                 {"header", 100, {}, EFBIG},
+                 {"begin", 5000, {}, EFBIG},
+                 {"middle", 200'000, {}, EFBIG},
+                 {"end", 380'000, {}, EFBIG}};
+    for (const auto &row : cases) {
+        PXExpected<void> outcomes[2];
         {
-            const FileSizeLimit disk(limit);
-            flattened = platform.flattenMovie(path);
-            inserted = platform.insertSoundTrack(path, path);
+            const FileSizeLimit disk(row.mostBytes);
+            outcomes[0] = platform.flattenMovie(path, row.stop);
+            outcomes[1] = platform.insertSoundTrack(path, path, row.stop);
         }
-        ASSERT_FALSE(flattened) << limit;
-        EXPECT_EQ(flattened.error().code, EFBIG);
-        EXPECT_TRUE(flattened.error().description.contains(path));
-        ASSERT_FALSE(inserted) << limit;
-        EXPECT_EQ(contents(path), before);
-        EXPECT_EQ(everythingBeside(path), QStringList(u"movie.mov"_s));
+        for (const auto &outcome : outcomes) {
+            ASSERT_FALSE(outcome) << row.name;
+            EXPECT_EQ(outcome.error().code, row.code) << row.name;
+        }
+        EXPECT_EQ(contentsOf(path), before) << row.name;
+        EXPECT_EQ(everythingBeside(path), QStringList(u"movie.mov"_s)) << row.name;
     }
     EXPECT_TRUE(platform.flattenMovie(path));
 }

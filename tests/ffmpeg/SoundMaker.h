@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <numbers>
 #include <span>
 #include <vector>
@@ -85,7 +84,7 @@ PXExpected<void> writeSound(PXSoundWriter &writer, const std::vector<Sample> &sa
 }
 
 struct SoundFile {
-    const char (&codec)[5];
+    const char *codec;
     int sampleRate = 48000;
     int channels = 2;
     PXSoundFileKind kind = PXSoundFileKind::Ordinary;
@@ -97,7 +96,7 @@ void makeSoundFile(const QString &path, const SoundFile &file, const std::vector
 {
     constexpr PXSampleType type = sizeof(Sample) == 2 ? PXSampleType::Int16 : PXSampleType::Float32;
     PXSoundEncoding encoding;
-    encoding.codec = PXFourCharCode(file.codec);
+    encoding.codec = PXFourCharCodeFromString(QString::fromLatin1(file.codec));
     const auto writer = FFmpegMediaPlatform().makeSoundWriter(
         path, file.kind, {file.sampleRate, file.channels, 0, type}, encoding);
     ASSERT_TRUE(writer) << writer.error().description.toStdString();

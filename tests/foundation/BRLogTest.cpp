@@ -23,20 +23,6 @@ std::string logged(int threshold)
     return testing::internal::GetCapturedStderr();
 }
 
-TEST(BRLog, LevelsArePaddedToOneWidth)
-{
-    const struct {
-        int level;
-        QString line;
-    } cases[] = {
-        {BRLogError, u"[Error] 14:03:27.250: %1"_s}, {BRLogWarning, u"[Warn ] 14:03:27.250: %1"_s},
-        {BRLogInfo, u"[Info ] 14:03:27.250: %1"_s},  {BRLogDebug, u"[Debug] 14:03:27.250: %1"_s},
-        {0, u"[     ] 14:03:27.250: %1"_s},          {9, u"[     ] 14:03:27.250: %1"_s},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(BRLogLine(c.level, u"14:03:27.250"_s, u"%1"_s), c.line) << c.level;
-}
-
 TEST(BRLog, TheThresholdIsTheLastLevelWritten)
 {
     EXPECT_EQ(logged(0), "");

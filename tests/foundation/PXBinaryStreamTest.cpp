@@ -1,8 +1,8 @@
 #include "foundation/PXBinaryStream.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <cerrno>
@@ -18,19 +18,6 @@ class PXBinaryStreamTest : public testing::Test {
 protected:
     QTemporaryDir folder;
     QString path = folder.filePath(u"values"_s);
-
-    QByteArray contents() const
-    {
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return file.readAll();
-    }
-    void fill(const QByteArray &bytes) const
-    {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    }
 };
 
 TEST_F(PXBinaryStreamTest, WritesEachTypeInTheChosenOrder)
@@ -61,7 +48,7 @@ TEST_F(PXBinaryStreamTest, WritesEachTypeInTheChosenOrder)
         stream.writeFloat(1.0F);
         stream.writeDouble(1.5);
         ASSERT_TRUE(stream.flush());
-        EXPECT_EQ(contents().toHex(), c.hex.isEmpty() ? cases[0].hex : c.hex) << c.name;
+        EXPECT_EQ(contentsOf(path).toHex(), c.hex.isEmpty() ? cases[0].hex : c.hex) << c.name;
     }
 }
 
@@ -86,7 +73,7 @@ TEST_F(PXBinaryStreamTest, WhatGoesInComesOut)
 
 TEST_F(PXBinaryStreamTest, TheEndReadsAsZeros)
 {
-    fill("\x07\x01\x02"_ba);
+    writeFile(path, "\x07\x01\x02"_ba);
     PXBinaryStream stream(path);
     ASSERT_TRUE(stream.open(PXBinaryStream::Read));
     EXPECT_TRUE(stream.readBool()) << "any byte but 0";
@@ -98,15 +85,6 @@ TEST_F(PXBinaryStreamTest, TheEndReadsAsZeros)
     EXPECT_FALSE(stream.isEndOfFile()) << "only a read finds the end";
     EXPECT_EQ(stream.readLong(), 0);
     EXPECT_TRUE(stream.isEndOfFile());
-}
-
-TEST_F(PXBinaryStreamTest, WritingEmptiesAnExistingFile)
-{
-    fill("old");
-    PXBinaryStream stream(path);
-    ASSERT_TRUE(stream.open(6));
-    EXPECT_EQ(stream.length(), 0U);
-    EXPECT_TRUE(stream.isLittleEndian());
 }
 
 TEST_F(PXBinaryStreamTest, OpenErrorsCarryCodeAndPath)
@@ -162,19 +140,7 @@ TEST_F(PXBinaryStreamTest, TruncateForgetsWhatWasBuffered)
     ASSERT_TRUE(stream.truncate(4));
     stream.writeLong(3);
     ASSERT_TRUE(stream.flush());
-    EXPECT_EQ(contents().toHex(), "0100000003000000");
-}
-
-TEST(PXAllocation, ASizeBeyondTheLimitIsToldAndGivenAllTheSame)
-{
-    testing::internal::CaptureStdout();
-    PXBuffer small(static_cast<std::byte *>(PXmalloc2(16, 16, "Source/Here", 7)));
-    PXBuffer large(static_cast<std::byte *>(PXmalloc2(17, 16, "Source/Here", 7)));
-    PXBuffer pages(static_cast<std::byte *>(PXvalloc2(17, 16, "Source/There", 8)));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Source/Here:7: PXmalloc beyond limit\nSource/There:8: PXvalloc beyond limit\n");
-    ASSERT_TRUE(small && large && pages);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pages.get()) % 4096, 0U);
+    EXPECT_EQ(contentsOf(path).toHex(), "0100000003000000");
 }
 
 } // namespace

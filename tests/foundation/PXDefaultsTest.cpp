@@ -1,10 +1,9 @@
 #include "foundation/PXDefaults.h"
 #include "foundation/PXPropertyList.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -23,13 +22,6 @@ protected:
     const QTemporaryDir _folder;
     const QString _path = _folder.filePath(u"Tolvane/settings.plist"_s);
 
-    static void write(const QString &path, const QByteArray &bytes)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    }
     QVariantMap onDisk() const { return PXPropertyList::read(_path).value(); }
 };
 
@@ -170,25 +162,23 @@ TEST_F(PXDefaultsTest, ObserversHearOfOwnAndForeignChangesOnce)
 TEST_F(PXDefaultsTest, DamagedSettingsAreKeptAside)
 {
     const QByteArray damaged = "<plist><dict><key>captureRate";
-    write(_path, damaged);
+    writeFile(_path, damaged);
     testing::internal::CaptureStderr();
     PXDefaults defaults(_path);
     const QByteArray log = QByteArray::fromStdString(testing::internal::GetCapturedStderr());
     EXPECT_EQ(log.count('\n'), 1) << log.toStdString();
     EXPECT_TRUE(log.contains("settings damaged.plist"));
-    write(_path, "bplist00 once more"); // While the program runs, noticed by its next write.
+    writeFile(_path, "bplist00 once more"); // While the program runs, noticed by its next write.
     ASSERT_TRUE(defaults.setValue(u"captureRate"_s, 15));
     EXPECT_EQ(onDisk(), (QVariantMap{{u"captureRate"_s, 15}}));
 
-    QFile kept(_folder.filePath(u"Tolvane/settings damaged.plist"_s));
-    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
-    EXPECT_EQ(kept.readAll(), damaged);
+    EXPECT_EQ(contentsOf(_folder.filePath(u"Tolvane/settings damaged.plist"_s)), damaged);
     EXPECT_TRUE(QFile::exists(_folder.filePath(u"Tolvane/settings damaged 2.plist"_s)));
 }
 
 TEST_F(PXDefaultsTest, AnXMLListIsTakenAndBecomesBinary)
 {
-    write(_path, "<plist><dict><key>captureRate</key><integer>24</integer></dict></plist>");
+    writeFile(_path, "<plist><dict><key>captureRate</key><integer>24</integer></dict></plist>");
     PXDefaults defaults(_path);
     EXPECT_EQ(defaults.intValue(u"captureRate"_s), 24);
     ASSERT_TRUE(defaults.setValue(u"arrow"_s, u"\x1c"_s));
@@ -198,7 +188,7 @@ TEST_F(PXDefaultsTest, AnXMLListIsTakenAndBecomesBinary)
 TEST_F(PXDefaultsTest, WhatCouldNotBeSavedIsSavedWithTheNextWrite)
 {
     const QString inTheWay = QFileInfo(_path).path();
-    write(inTheWay, "not a folder");
+    writeFile(inTheWay, "not a folder");
     PXDefaults defaults(_path);
     const auto written = defaults.setValue(u"first"_s, 1);
     ASSERT_FALSE(written);

@@ -1,22 +1,14 @@
 #include "foundation/PXFileManager.h"
 #include "foundation/FSByteFormatter.h"
-#include "foundation/PXResources.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-void touch(const QString &path)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
-}
 
 TEST(PXFileManager, UniquePathsKeepTheirExtension)
 {
@@ -37,7 +29,7 @@ TEST(PXFileManager, UniquePathsKeepTheirExtension)
     QDir(folder.path()).mkdir(u"v1.2"_s);
     for (const auto &c : cases) {
         for (const QString &name : c.taken)
-            touch(folder.filePath(name));
+            writeFile(folder.filePath(name));
         EXPECT_EQ(PXFileManager::uniquePathForFileWithDesiredPath(folder.filePath(c.desired)),
                   folder.filePath(c.unique));
     }
@@ -57,7 +49,7 @@ TEST(PXFileManager, CreatesFoldersUpToTheFirstFailure)
 
     EXPECT_TRUE(PXFileManager::createAllDirectoriesForPath({})); // Nothing to make.
 
-    touch(folder.filePath(u"a/file"_s));
+    writeFile(folder.filePath(u"a/file"_s));
     const QString blocked = folder.filePath(u"a/file/c"_s);
     const auto made = PXFileManager::createAllDirectoriesForPath(blocked);
     ASSERT_FALSE(made);
@@ -113,18 +105,6 @@ TEST(FSByteFormatter, RoundsBeforeItChoosesTheUnit)
         EXPECT_EQ(english.stringForObjectValue(c.bytes), c.text);
     const FSByteFormatter german(QLocale(QLocale::German, QLocale::Germany));
     EXPECT_EQ(german.stringForObjectValue(2'500'000), u"2,5 MB"_s);
-}
-
-TEST(PXResources, TheNamedFolderComesFirst)
-{
-    // The test program has no share/tolvane beside it, so this is the source tree's.
-    EXPECT_TRUE(PXResources::pathForResource(u"Defaults"_s, u"plist"_s));
-    const QTemporaryDir folder;
-    touch(folder.filePath(u"tool"_s));
-    qputenv("TOLVANE_RESOURCES", folder.path().toUtf8());
-    EXPECT_EQ(PXResources::pathForResource(u"tool"_s, {}), folder.filePath(u"tool"_s));
-    EXPECT_FALSE(PXResources::pathForResource(u"Defaults"_s, u"plist"_s));
-    qunsetenv("TOLVANE_RESOURCES");
 }
 
 } // namespace

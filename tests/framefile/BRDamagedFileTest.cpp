@@ -37,13 +37,13 @@ TEST_F(BRDamagedFileTest, AnyPrefixYieldsExactlyItsCompleteFrames)
     for (const BRRawCompression compression : {BRRawCompression::LZO, BRRawCompression::RLE}) {
         for (const bool isFinished : {true, false}) {
             record(compression, isFinished);
-            const QByteArray whole = contents(path);
-            const QByteArray index = contents(indexPath);
+            const QByteArray whole = contentsOf(path);
+            const QByteArray index = contentsOf(indexPath);
             for (const bool hasIndex : {true, false}) {
                 if (!hasIndex)
                     QFile::remove(indexPath);
                 for (qsizetype length = 0; length <= whole.size(); ++length) {
-                    fill(path, whole.first(length));
+                    writeFile(path, whole.first(length));
                     const auto streamer = BRFrameStreamer::withFilePathForReading(path, false);
                     ASSERT_EQ(streamer.has_value(), length >= 41) << length;
                     if (!streamer)
@@ -66,7 +66,7 @@ TEST_F(BRDamagedFileTest, AnyPrefixYieldsExactlyItsCompleteFrames)
                     }
                 }
             }
-            fill(indexPath, index);
+            writeFile(indexPath, index);
         }
     }
 }
@@ -92,14 +92,14 @@ const HeaderCase kHeaderCases[] = {
 TEST_F(BRDamagedFileTest, HeadersThatCannotBeOne)
 {
     record(BRRawCompression::LZO);
-    const QByteArray sound = contents(path);
+    const QByteArray sound = contentsOf(path);
     // A hostile index: a hundred gigabytes that take no room on the disk, and must not in memory.
     ASSERT_TRUE(QFile::resize(indexPath, qint64{0xFFFFFFFF} * 24));
     for (const HeaderCase &c : kHeaderCases) {
         QByteArray damaged = sound;
         const QByteArray bytes = QByteArray::fromHex(c.hex);
         damaged.replace(c.offset, bytes.size(), bytes);
-        fill(path, damaged);
+        writeFile(path, damaged);
         const auto streamer = BRFrameStreamer::withFilePathForReading(path, false);
         ASSERT_EQ(streamer.has_value(), c.opens) << c.name;
         if (!streamer) {
@@ -113,7 +113,7 @@ TEST_F(BRDamagedFileTest, HeadersThatCannotBeOne)
     }
     for (const QByteArray &garbage : {""_ba, "x"_ba, "VLOT"_ba, "OEDV"_ba, QByteArray(4096, '\xA5'),
                                       QByteArray(4096, '\0'), QByteArray(64, '\xFF')}) {
-        fill(path, garbage);
+        writeFile(path, garbage);
         EXPECT_FALSE(BRFrameStreamer::withFilePathForReading(path, false)) << garbage.size();
     }
     const auto ofFolder = BRFrameStreamer::withFilePathForReading(folder.path(), false);
@@ -129,9 +129,9 @@ TEST_F(BRDamagedFileTest, AFileTooSmallForItsPictureIsCorrupt)
 {
     // A picture of 4 GB from a file of a few kB.
     record(BRRawCompression::LZO);
-    QByteArray damaged = contents(path);
+    QByteArray damaged = contentsOf(path);
     damaged.replace(12, 8, QByteArray::fromHex("ff7f0000ff7f0000"));
-    fill(path, damaged);
+    writeFile(path, damaged);
     const auto streamer = reader();
     BRFrameAssembler assembler(*streamer, BRPixelOrder::BGRA);
     const auto read = assembler.readNextFrame();
@@ -145,7 +145,7 @@ TEST_F(BRDamagedFileTest, ZerosBehindTheLastFrameAreNoFrames)
     for (const bool hasOneFrame : {false, true}) {
         record(BRRawCompression::LZO, false);
         const std::size_t expected = hasOneFrame ? 1 : 8;
-        fill(path, contents(path).first(frameEnds[expected - 1]) + QByteArray(4096, '\0'));
+        writeFile(path, contentsOf(path).first(frameEnds[expected - 1]) + QByteArray(4096, '\0'));
         const auto streamer = reader();
         EXPECT_EQ(streamer->numberOfFrames(), expected);
         EXPECT_DOUBLE_EQ(streamer->duration(), hasOneFrame ? 0 : 0.7);
@@ -170,10 +170,10 @@ TEST_F(BRDamagedFileTest, TheIndexLeadsPastADamagedFrame)
     };
     for (const auto &c : cases) {
         record(BRRawCompression::RLE);
-        QByteArray damaged = contents(path);
+        QByteArray damaged = contentsOf(path);
         const QByteArray bytes = QByteArray::fromHex(c.hex);
         damaged.replace(frameEnds[2] + c.offset, bytes.size(), bytes);
-        fill(path, damaged);
+        writeFile(path, damaged);
         testing::internal::CaptureStderr();
         const auto frames = framesOf(*reader());
         const std::string log = testing::internal::GetCapturedStderr();
@@ -209,11 +209,11 @@ const IndexCase kIndexCases[] = {
 TEST_F(BRDamagedFileTest, TheSoundBeginningOfAnIndexIsUsed)
 {
     record(BRRawCompression::LZO);
-    const QByteArray sound = contents(indexPath);
+    const QByteArray sound = contentsOf(indexPath);
     for (const IndexCase &c : kIndexCases) {
         QByteArray index = sound;
         c.damage(index);
-        fill(indexPath, index);
+        writeFile(indexPath, index);
         const auto streamer = reader();
         EXPECT_EQ(streamer->frameIndex().size(), c.soundRecords) << c.name;
         EXPECT_EQ(streamer->numberOfIndexRecords(), std::uint64_t(index.size() / 24)) << c.name;
@@ -234,10 +234,7 @@ TEST_F(BRDamagedFileTest, RectanglesThatCannotBe)
         {"countOfTheLargestNumber", 0, "ffffffff"},
         {"timeIsNoNumber", 4, "000000000000f87f"},
         {"outsideTheSelection", 12, "01000000"},
-        {"widthWrapsAround", 12,
-         "02000000"
-         "00000000"
-         "ffffffff"},
+        {"widthWrapsAround", 12, "02000000 00000000 ffffffff"},
         {"heightOfTheLargestNumber", 24, "ffffffff"},
         {"lengthBeyondTheFile", 28, "ffffffff"},
         {"nothingWhereAPictureShouldBe", 28, "00000000"},
@@ -245,12 +242,12 @@ TEST_F(BRDamagedFileTest, RectanglesThatCannotBe)
     for (const BRRawCompression compression :
          {BRRawCompression::None, BRRawCompression::LZO, BRRawCompression::RLE}) {
         record(compression);
-        const QByteArray sound = contents(path);
+        const QByteArray sound = contentsOf(path);
         for (const auto &c : cases) {
             QByteArray damaged = sound;
             const QByteArray bytes = QByteArray::fromHex(c.hex);
             damaged.replace(41 + c.offset, bytes.size(), bytes);
-            fill(path, damaged);
+            writeFile(path, damaged);
             QFile::remove(indexPath);
             bool wasCutShort = false;
             const auto streamer = reader();

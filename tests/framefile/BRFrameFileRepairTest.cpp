@@ -50,8 +50,8 @@ TEST_F(BRFrameFileRepairTest, KeepsEveryWholeFrameWhateverIsMissing)
 {
     for (const BRRawCompression compression : {BRRawCompression::LZO, BRRawCompression::RLE}) {
         record(compression);
-        const QByteArray whole = contents(path);
-        const QByteArray index = contents(indexPath);
+        const QByteArray whole = contentsOf(path);
+        const QByteArray index = contentsOf(indexPath);
         const struct {
             const char *name;
             std::function<QByteArray()> index;
@@ -67,28 +67,28 @@ TEST_F(BRFrameFileRepairTest, KeepsEveryWholeFrameWhateverIsMissing)
         };
         for (const auto &c : indexes) {
             for (qsizetype length = 41; length <= whole.size(); length += 3) {
-                fill(path, whole.first(length));
-                fill(indexPath, c.index());
+                writeFile(path, whole.first(length));
+                writeFile(indexPath, c.index());
                 const std::size_t expected = wholeFramesIn(length);
                 const auto repaired = BRRepairFrameFile(path);
                 ASSERT_TRUE(repaired) << c.name;
                 ASSERT_EQ(repaired->frames, expected) << c.name << ", " << length;
                 if (expected == 0) {
-                    ASSERT_EQ(contents(path), whole.first(length)) << "left as it was";
+                    ASSERT_EQ(contentsOf(path), whole.first(length)) << "left as it was";
                     continue;
                 }
                 const qsizetype end = frameEnds[expected - 1];
                 EXPECT_EQ(repaired->bytesCut, std::uint64_t(length - end));
                 ASSERT_EQ(QFile::exists(restPath), length > end);
                 if (length > end) {
-                    ASSERT_EQ(contents(restPath), whole.sliced(end, length - end));
+                    ASSERT_EQ(contentsOf(restPath), whole.sliced(end, length - end));
                 }
                 QFile::remove(restPath);
                 EXPECT_EQ(repaired->duration, double(expected - 1) * 0.25);
                 const auto streamer = reader();
                 ASSERT_FALSE(streamer->wasInterrupted());
                 ASSERT_EQ(streamer->duration(), repaired->duration);
-                ASSERT_EQ(contents(indexPath), index.first(qsizetype(expected) * 24)) << c.name;
+                ASSERT_EQ(contentsOf(indexPath), index.first(qsizetype(expected) * 24)) << c.name;
                 bool wasCutShort = true;
                 const auto frames = framesOf(*streamer, &wasCutShort);
                 ASSERT_EQ(frames.size(), expected);
@@ -104,53 +104,26 @@ TEST_F(BRFrameFileRepairTest, KeepsEveryWholeFrameWhateverIsMissing)
 TEST_F(BRFrameFileRepairTest, DoesNotTakeZerosForFrames)
 {
     record(BRRawCompression::LZO);
-    const QByteArray index = contents(indexPath);
-    QByteArray file = contents(path);
+    const QByteArray index = contentsOf(indexPath);
+    QByteArray file = contentsOf(path);
     const std::size_t expected = 4;
     const qsizetype end = frameEnds[expected - 1];
-    fill(path, file.replace(end, file.size() - end, QByteArray(file.size() - end, '\0')));
+    writeFile(path, file.replace(end, file.size() - end, QByteArray(file.size() - end, '\0')));
     const auto repaired = BRRepairFrameFile(path);
     ASSERT_TRUE(repaired);
     EXPECT_EQ(repaired->frames, expected);
     EXPECT_EQ(repaired->duration, (expected - 1) * 0.25);
-    EXPECT_EQ(contents(indexPath), index.first(qsizetype(expected) * 24));
+    EXPECT_EQ(contentsOf(indexPath), index.first(qsizetype(expected) * 24));
     EXPECT_EQ(framesOf(*reader()).size(), expected);
-}
-
-TEST_F(BRFrameFileRepairTest, CanBeginAgainWhereItWasKilled)
-{
-    record(BRRawCompression::LZO);
-    const QByteArray cut = contents(path).chopped(5);
-    const QByteArray index = contents(indexPath);
-    const std::size_t expected = kFrames - 1;
-    const QByteArray repairedIndex = index.first(qsizetype(expected) * 24);
-    const struct {
-        const char *name;
-        QByteArray file;
-        QByteArray index;
-    } states[] = {
-        {"theIndexIsWritten", cut, repairedIndex},
-        {"theFileIsCut", cut.first(frameEnds[expected - 1]), repairedIndex},
-    };
-    for (const auto &c : states) {
-        fill(path, c.file);
-        fill(indexPath, c.index);
-        for (int time = 0; time < 2; ++time) {
-            const auto repaired = BRRepairFrameFile(path);
-            ASSERT_TRUE(repaired) << c.name;
-            EXPECT_EQ(repaired->frames, expected) << c.name;
-        }
-        EXPECT_EQ(framesOf(*reader()).size(), expected) << c.name;
-    }
 }
 
 TEST_F(BRFrameFileRepairTest, LeavesAloneWhatItDoesNotKnow)
 {
     record(BRRawCompression::LZO);
     EXPECT_FALSE(BRRepairFrameFile(folder.filePath(u"nothing"_s)));
-    fill(path, "no capture at all, but long enough for a header of one");
+    writeFile(path, "no capture at all, but long enough for a header of one");
     EXPECT_FALSE(BRRepairFrameFile(path));
-    EXPECT_EQ(contents(path).size(), 54);
+    EXPECT_EQ(contentsOf(path).size(), 54);
 }
 
 } // namespace

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 namespace {
@@ -29,26 +27,6 @@ TEST(BRFrameSmoosher, ByteOrderTurnsAroundAndBackAndLeavesThePadding)
         BRFrameSmoosher::convertBufferBetweenARGBAndBGRA(bytes(picture), width, 3, 80);
         EXPECT_EQ(picture, before);
     }
-}
-
-TEST(BRFrameSmoosher, FlipsIntoAnotherBufferAndInPlace)
-{
-    constexpr std::size_t width = 700; // more than one block of the row swap
-    for (const int height : {1, 2, 5}) {
-        Pixels picture(width * static_cast<std::size_t>(height));
-        for (std::size_t i = 0; i < picture.size(); ++i)
-            picture[i] = static_cast<std::uint32_t>(i);
-        Pixels flipped(picture.size());
-        ASSERT_TRUE(
-            BRFrameSmoosher::flipBuffer(bytes(picture), bytes(flipped), width, height, width * 4));
-        for (std::size_t i = 0; i < picture.size(); ++i)
-            ASSERT_EQ(flipped[i], picture[picture.size() - (i / width + 1) * width + i % width]);
-        ASSERT_TRUE(
-            BRFrameSmoosher::flipBuffer(bytes(picture), bytes(picture), width, height, width * 4));
-        EXPECT_EQ(picture, flipped);
-    }
-    std::array<std::byte, 16> small = {};
-    EXPECT_FALSE(BRFrameSmoosher::flipBuffer(small.data(), small.data(), 4, 1, 8));
 }
 
 struct CursorCase {
@@ -82,28 +60,6 @@ TEST(BRFrameSmoosher, TheCursorIsBlendedWhereItLies)
                                            {2, 2}, {bytes(downward) + 12, -12, 3, 2}, c.place);
         std::rotate(downward.begin(), downward.begin() + 3, downward.end());
         EXPECT_EQ(downward, c.lowestRowFirst) << c.name;
-    }
-}
-
-TEST(BRFrameSmoosher, ARectangleCountsFromThePicturesLowerLeft)
-{
-    Pixels picture(12, 0);
-    Pixels rectangle{1, 2, 3, 4};
-    BRFrameSmoosher::overlayDirtyRect(bytes(rectangle), bytes(picture), 16, {1, 0, 2, 2}, 3);
-    EXPECT_EQ(picture, (Pixels{0, 0, 0, 0, 0, 1, 2, 0, 0, 3, 4, 0}));
-}
-
-TEST(BRFrameSmoosher, PackingTurnsRowsAroundAndMakesThemOpaque)
-{
-    Pixels buffer(21);
-    for (std::size_t i = 0; i < buffer.size(); ++i)
-        buffer[i] = static_cast<std::uint32_t>(i);
-    for (int width = 1; width <= 7; ++width) {
-        Pixels packed(static_cast<std::size_t>(width) * 3, 0);
-        BRFrameSmoosher::packOpaqueRows(bytes(buffer) + 56, -28, width, 3, bytes(packed));
-        for (int i = 0; i < width * 3; ++i)
-            EXPECT_EQ(packed[static_cast<std::size_t>(i)],
-                      0xFF000000U + static_cast<std::uint32_t>((2 - i / width) * 7 + i % width));
     }
 }
 

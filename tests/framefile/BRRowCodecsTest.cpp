@@ -5,7 +5,6 @@
 
 #include <QByteArray>
 
-#include <cstring>
 #include <random>
 #include <vector>
 

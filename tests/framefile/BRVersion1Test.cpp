@@ -70,7 +70,7 @@ QByteArray fileFor(const Version1Case &c)
 TEST_F(BRVersion1Test, EveryFormReads)
 {
     for (const Version1Case &c : kCases) {
-        fill(path, fileFor(c));
+        writeFile(path, fileFor(c));
         const auto streamer = reader(c.isUpsideDown);
         EXPECT_EQ(streamer->fileFormat(), c.format) << c.name;
         EXPECT_EQ(streamer->selectionSize(), (PXSize{2, 2})) << c.name;
@@ -92,10 +92,10 @@ TEST_F(BRVersion1Test, TheSwitchConcernsFormatZeroOnly)
     QByteArray bytes = fileFor(c);
     // The preamble says little-endian, what follows is not: the second read starts behind it.
     bytes.replace(0, 12, QByteArray::fromHex("4f4544560100000000000000"));
-    fill(path, bytes);
+    writeFile(path, bytes);
     EXPECT_EQ(reader()->selectionSize(), (PXSize{2304, 2}));
     bytes.replace(8, 4, QByteArray::fromHex("01000000"));
-    fill(path, bytes);
+    writeFile(path, bytes);
     EXPECT_FALSE(BRFrameStreamer::withFilePathForReading(path, false));
 }
 
@@ -108,7 +108,7 @@ TEST_F(BRVersion1Test, AWrongTagEndsReading)
     for (const qsizetype tag : {frame, rectangle}) {
         QByteArray broken = bytes;
         broken[tag] = 'X';
-        fill(path, broken);
+        writeFile(path, broken);
         bool wasCutShort = false;
         const auto streamer = reader();
         EXPECT_TRUE(framesOf(*streamer, &wasCutShort).empty());

@@ -2,22 +2,27 @@
 
 #include "capture/framefile/BRFrameAssembler.h"
 #include "capture/framefile/BRFrameStreamer.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <cstdint>
 #include <cstring>
 #include <random>
-#include <string>
 #include <vector>
 
 /// The same numbers in every run, so that a failure can be repeated.
 inline std::mt19937 repeatableNumbers(std::uint32_t seed)
 {
     return std::mt19937(seed);
+}
+
+/// Bytes from hexadecimal digits; spaces between them are for the reader.
+inline QByteArray hex(const char *digits)
+{
+    return QByteArray::fromHex(digits);
 }
 
 /// A picture of words with alpha in the top byte, top row first.
@@ -29,22 +34,6 @@ protected:
     QTemporaryDir folder;
     QString path = folder.filePath(QStringLiteral("frames"));
     QString indexPath = path + QStringLiteral(".index");
-
-    static QByteArray contents(const QString &of)
-    {
-        QFile file(of);
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return file.readAll();
-    }
-    static void fill(const QString &where, const QByteArray &bytes)
-    {
-        // Some file systems flush a file that was emptied and written again: thousands of times
-        // here.
-        QFile::remove(where);
-        QFile file(where);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        ASSERT_EQ(file.write(bytes), bytes.size());
-    }
 
     std::unique_ptr<BRFrameStreamer> writer(PXSize size, BRRawCompression compression,
                                             int lossyLevel = 0) const
@@ -99,12 +88,19 @@ public:
     /// Paints a new frame, writes it, and remembers the rectangles and the picture.
     PXExpected<void> writeFrame(BRFrameStreamer &streamer, double timestamp)
     {
-        rects.clear();
+        std::vector<PXRect> changed;
         const bool isKeyFrame = timestamp == 0
             || (framesBetweenKeyFrames > 0 && ++_framesSinceKeyFrame >= framesBetweenKeyFrames);
         _framesSinceKeyFrame = isKeyFrame ? 0 : _framesSinceKeyFrame;
         for (int i = isKeyFrame ? 0 : static_cast<int>(random() % 4); i >= 0; --i)
-            rects.push_back(isKeyFrame ? PXRect{0, 0, float(width), float(height)} : randomRect());
+            changed.push_back(isKeyFrame ? PXRect{0, 0, float(width), float(height)}
+                                         : randomRect());
+        return writeFrame(streamer, timestamp, changed);
+    }
+    PXExpected<void> writeFrame(BRFrameStreamer &streamer, double timestamp,
+                                const std::vector<PXRect> &changed)
+    {
+        rects = changed;
         for (const PXRect &rect : rects)
             paint(rect);
         // The alpha is whatever the X server left there.

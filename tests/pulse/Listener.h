@@ -2,6 +2,7 @@
 
 #include "platform/PXSoundInput.h"
 #include "tests/support/SoundPlayer.h"
+#include "tests/support/ValueOf.h"
 
 #include <algorithm>
 #include <chrono>
@@ -102,13 +103,4 @@ inline std::vector<double> lateness(const Listener::Recording &recording,
     }
     std::sort(result.begin(), result.end());
     return result;
-}
-
-/// What must work for a test to make sense: the value, or an exception with the error's text.
-template <typename T> T valueOf(PXExpected<T> expected)
-{
-    if (!expected)
-        throw std::runtime_error(PXErrorLine(expected.error()).toStdString());
-    if constexpr (!std::is_void_v<T>)
-        return *std::move(expected);
 }

@@ -136,7 +136,7 @@ TEST_F(BRRawMovieTest, DecodesOnlyWhatIsSeen)
 TEST_F(BRRawMovieTest, ADamagedFrameIsShownAsAReaderInOrderShowsIt)
 {
     record(BRRawCompression::LZO);
-    const QByteArray sound = contents(path);
+    const QByteArray sound = contentsOf(path);
     const auto index = reader()->frameIndex();
     std::mt19937 random = repeatableNumbers(3);
     int different = 0;
@@ -149,7 +149,7 @@ TEST_F(BRRawMovieTest, ADamagedFrameIsShownAsAReaderInOrderShowsIt)
         const auto begin = static_cast<qsizetype>(index[frame].position);
         const auto bytes = static_cast<std::uint32_t>(index[frame + 1].position - begin);
         damaged[begin + static_cast<qsizetype>(random() % bytes)] ^= 0x41;
-        fill(path, damaged);
+        writeFile(path, damaged);
         const auto inOrder = framesOf(*reader());
         ASSERT_EQ(inOrder.size(), std::size_t{kFrames});
         const auto movie = this->movie();
@@ -166,7 +166,7 @@ TEST_F(BRRawMovieTest, WhatHasNoIndexIsNoMovie)
 {
     EXPECT_FALSE(BRRawMovie::withFilePath(path)) << "no file";
     record(BRRawCompression::LZO);
-    fill(indexPath, {});
+    writeFile(indexPath, {});
     const auto empty = BRRawMovie::withFilePath(path);
     ASSERT_FALSE(empty);
     EXPECT_TRUE(empty.error().description.contains(path))

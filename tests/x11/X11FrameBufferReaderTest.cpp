@@ -7,7 +7,6 @@
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <optional>
 #include <random>
 
 using namespace Qt::StringLiterals;
@@ -157,17 +156,6 @@ TEST_P(X11FrameBufferReaderTest, FollowsAScreenThatChangesItsSize)
         layInto(expected, display.screenshot(), {&all, 1});
         EXPECT_EQ(canvas.image(), expected) << size.width();
     }
-}
-
-TEST(X11FrameBufferReader, MisuseThrows)
-{
-    const VirtualDisplay display(400, 300);
-    const auto screen = openScreen(display);
-    const auto reader = valueOf(screen->makeFrameBufferReader());
-    EXPECT_THROW((void)reader->makeBuffer(0, 10), std::logic_error);
-    const auto buffer = valueOf(reader->makeBuffer(10, 10));
-    const PXPixelRect tooLarge = {0, 0, 11, 10};
-    EXPECT_THROW((void)reader->read({&tooLarge, 1}, *buffer), std::logic_error);
 }
 
 TEST(X11PixelBuffer, ForgetsAPixmapThatWasRefused)

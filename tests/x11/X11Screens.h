@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/x11/X11ScreenPlatform.h"
+#include "tests/support/ValueOf.h"
 #include "tests/support/VirtualDisplay.h"
 
 #include <QImage>
@@ -9,17 +10,6 @@
 #include <memory>
 #include <random>
 #include <span>
-#include <stdexcept>
-#include <type_traits>
-
-/// What must work for a test to make sense: the value, or an exception with the error's text.
-template <typename T> T valueOf(PXExpected<T> expected)
-{
-    if (!expected)
-        throw std::runtime_error(PXErrorLine(expected.error()).toStdString());
-    if constexpr (!std::is_void_v<T>)
-        return *std::move(expected);
-}
 
 /// The same numbers in each run, so that a failure can be looked at again.
 inline std::mt19937 repeatable(unsigned seed)

@@ -1,8 +1,6 @@
 #include "tests/app/cli/CommandLine.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFileInfo>
 #include <QJsonDocument>
 
 #include <chrono>
@@ -18,6 +16,15 @@ VirtualDisplay &CommandLineTest::display()
 {
     static VirtualDisplay theDisplay(320, 240);
     return theDisplay;
+}
+
+QStringList CommandLineTest::words(const char *line) const
+{
+    QStringList words = QString::fromUtf8(line).split(u' ', Qt::SkipEmptyParts);
+    for (QString &word : words)
+        if (word.startsWith(u"~/"))
+            word.replace(0, 1, _home.path());
+    return words;
 }
 
 void CommandLineTest::prepare(QProcess &process, const Variables &variables) const
@@ -60,6 +67,13 @@ Outcome CommandLineTest::run(const QStringList &arguments, const Variables &vari
     QProcess process;
     start(process, arguments, variables);
     return outcomeOf(process);
+}
+
+QString CommandLineTest::record(const char *more) const
+{
+    const Outcome outcome = run(words("record --movies-folder ~/Movies") + words(more));
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    return outcome.output.trimmed();
 }
 
 QJsonObject CommandLineTest::infoOf(const QString &movie) const

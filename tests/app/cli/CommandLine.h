@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Files.h"
 #include "tests/support/VirtualDisplay.h"
 
 #include <gtest/gtest.h>
@@ -31,6 +32,8 @@ protected:
     static VirtualDisplay &display();
 
     [[nodiscard]] QString path(const QString &name) const { return _home.filePath(name); }
+    /// A line's words, of which "~/" is the test's own folder.
+    [[nodiscard]] QStringList words(const char *line) const;
 
     /// An X11 session on `display()`, unless `variables` says otherwise.
     void prepare(QProcess &process, const Variables &variables = {}) const;
@@ -40,6 +43,8 @@ protected:
     static Outcome outcomeOf(QProcess &process);
     [[nodiscard]] Outcome run(const QStringList &arguments, const Variables &variables = {}) const;
 
+    /// Records the whole display for a moment, or what the words say: the movie's folder.
+    [[nodiscard]] QString record(const char *more = "--duration 0.1") const;
     /// What `info --json` says.
     [[nodiscard]] QJsonObject infoOf(const QString &movie) const;
     /// Every frame of a movie, as `frames` writes it.

@@ -2,9 +2,6 @@
 #include "tests/support/PaintedWindow.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -15,11 +12,7 @@ namespace {
 TEST_F(CommandLineTest, RecordsInspectsAndExports)
 {
     PaintedWindow window(display(), {20, 30, 100, 80}, 0xCC3311);
-    const Outcome recorded
-        = run({u"record"_s, u"--geometry"_s, u"200x150+10+20"_s, u"--duration"_s, u"0.5"_s,
-               u"--no-cursor"_s, u"--movies-folder"_s, path(u"Movies"_s)});
-    ASSERT_EQ(recorded.status, 0) << recorded.errors.toStdString();
-    const QString movie = recorded.output.trimmed().split(u'\n').last();
+    const QString movie = record("--geometry 200x150+10+20 --duration 0.5 --no-cursor");
     EXPECT_TRUE(movie.startsWith(path(u"Movies/"_s)));
 
     const QJsonObject info = infoOf(movie);
@@ -32,22 +25,19 @@ TEST_F(CommandLineTest, RecordsInspectsAndExports)
     const std::vector<QImage> pictures = picturesOf(movie);
     EXPECT_EQ(qint64(pictures.size()), info.value(u"frames"_s).toInt());
     EXPECT_EQ(pictures.back(), display().screenshot().copy(10, 20, 200, 150));
-    QFile list(movie + u"/pictures/frames.json"_s);
-    ASSERT_TRUE(list.open(QIODevice::ReadOnly));
-    const QJsonArray frames = QJsonDocument::fromJson(list.readAll()).array();
+    const QJsonArray frames
+        = QJsonDocument::fromJson(contentsOf(movie + u"/pictures/frames.json"_s)).array();
     EXPECT_EQ(frames.size(), info.value(u"frames"_s).toInt());
     EXPECT_TRUE(frames.first().toObject().value(u"keyframe"_s).toBool());
 
-    const Outcome exported
-        = run({u"export"_s, movie, u"-o"_s, path(u"out.mov"_s), u"--video-codec"_s, u"png "_s,
-               u"--scale"_s, u"50"_s, u"--no-audio"_s});
+    const Outcome exported = run(words("export -o ~/out.mov --scale 50 --no-audio --video-codec")
+                                 << u"png "_s << movie);
     EXPECT_EQ(exported.status, 0) << exported.errors.toStdString();
     EXPECT_EQ(exported.output.trimmed(), path(u"out.mov"_s));
     QProcess probe;
     probe.start(u"ffprobe"_s,
-                {u"-v"_s, u"error"_s, u"-show_entries"_s,
-                 u"stream=codec_name,width,height,time_base,nb_frames"_s, u"-of"_s, u"csv=p=0"_s,
-                 path(u"out.mov"_s)});
+                words("-v error -show_entries stream=codec_name,width,height,time_base,nb_frames "
+                      "-of csv=p=0 ~/out.mov"));
     EXPECT_EQ(outcomeOf(probe).output.trimmed(), u"png,100,75,1/3000,%1"_s.arg(frames.size()));
 }
 
@@ -59,9 +49,7 @@ TEST_F(CommandLineTest, FollowsThePointer)
     const QImage screen = display().screenshot();
     display().warpPointer(200, 150);
     QProcess process;
-    start(process,
-          {u"record"_s, u"--follow"_s, u"100x60"_s, u"--no-cursor"_s, u"--movies-folder"_s,
-           path(u"Movies"_s)});
+    start(process, words("record --follow 100x60 --no-cursor --movies-folder ~/Movies"));
     movieWithFramesIn(path(u"Movies"_s));
     display().movePointerBy(-80, -60);
     // One more frame of the old place, in which the pointer is seen to have moved.
@@ -98,8 +86,8 @@ TEST_F(CommandLineTest, EveryCompleteFrameOutlivesAKill)
         const QString folder = path(u"Killed%1"_s.arg(run));
         QProcess process;
         start(process,
-              {u"record"_s, u"--rate"_s, u"60"_s, u"--codec"_s, run % 2 ? u"rle"_s : u"lzo"_s,
-               u"--movies-folder"_s, folder});
+              words("record --rate 60 --codec")
+                  << (run % 2 ? u"rle"_s : u"lzo"_s) << u"--movies-folder"_s << folder);
         const QString movie = movieWithFramesIn(folder);
         const QDeadlineTimer instant(std::uniform_int_distribution<int>(0, 250)(random));
         while (!instant.hasExpired())
@@ -107,12 +95,10 @@ TEST_F(CommandLineTest, EveryCompleteFrameOutlivesAKill)
         send(process, SIGKILL);
         process.waitForFinished(-1);
 
-        const Outcome read = this->run(
-            {u"frames"_s, movie, u"--out"_s, movie + u"/out"_s, u"--format"_s, u"bgra"_s});
-        EXPECT_EQ(read.status, 0) << read.errors.toStdString();
-        QFile list(movie + u"/out/frames.json"_s);
-        ASSERT_TRUE(list.open(QIODevice::ReadOnly));
-        const qsizetype frames = QJsonDocument::fromJson(list.readAll()).array().size();
+        const Outcome written = this->run(words("frames --format bgra --out ~/out") << movie);
+        EXPECT_EQ(written.status, 0) << written.errors.toStdString();
+        const qsizetype frames
+            = QJsonDocument::fromJson(contentsOf(path(u"out/frames.json"_s))).array().size();
         const qint64 indexed
             = QFileInfo(movie + u"/Brimmet Capture Video Data.index"_s).size() / 24;
         // The index may lack the very last frame, never name one that is not there.
@@ -125,10 +111,10 @@ TEST_F(CommandLineTest, TwoRecordAtTheSameTime)
 {
     QProcess first;
     QProcess second;
-    const QStringList arguments
-        = {u"record"_s, u"--duration"_s, u"0.5"_s, u"--movies-folder"_s, path(u"Both"_s)};
-    start(first, arguments);
-    start(second, arguments);
+    // A real X server inside such a session can be recorded.
+    const Variables wayland = {{u"XDG_SESSION_TYPE"_s, u"wayland"_s}};
+    for (QProcess *process : {&first, &second})
+        start(*process, words("record --duration 0.5 --movies-folder ~/Both"), wayland);
     const Outcome one = outcomeOf(first);
     const Outcome other = outcomeOf(second);
     EXPECT_EQ(one.status + other.status, 0);
@@ -138,166 +124,102 @@ TEST_F(CommandLineTest, TwoRecordAtTheSameTime)
 
 TEST_F(CommandLineTest, SettingsAreUsedAndArgumentsWin)
 {
-    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"captureRate"_s, u"12"_s}).status, 0);
-    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"screenSelectionRect"_s, u"{{10, 20}, {60, 50}}"_s})
-                  .status,
+    for (const char *setting : {"captureRate 12", "optimizeFor 1", "moviesFolderPath ~/Mine"})
+        EXPECT_EQ(run(words("defaults write") + words(setting)).status, 0) << setting;
+    EXPECT_EQ(run(words("defaults write screenSelectionRect") << u"{{10, 20}, {60, 50}}"_s).status,
               0);
-    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"optimizeFor"_s, u"1"_s}).status, 0);
-    EXPECT_EQ(run({u"defaults"_s, u"write"_s, u"moviesFolderPath"_s, path(u"Mine"_s)}).status, 0);
-    EXPECT_EQ(run({u"defaults"_s, u"read"_s, u"captureRate"_s}).output.trimmed(), u"12"_s);
-    const Outcome outcome = run({u"record"_s, u"--duration"_s, u"0.2"_s});
-    const QString movie = outcome.output.trimmed();
+    EXPECT_EQ(run(words("defaults read captureRate")).output, u"12\n"_s);
+    const QString movie = run(words("record --duration 0.2")).output.trimmed();
     EXPECT_TRUE(movie.startsWith(path(u"Mine/"_s)));
     const QJsonObject info = infoOf(movie);
     EXPECT_EQ(info.value(u"width"_s).toInt(), 60);
     EXPECT_EQ(info.value(u"compression"_s).toString(), u"rle"_s);
 
-    EXPECT_EQ(run({u"defaults"_s, u"delete"_s, u"captureRate"_s, u"--json"_s}).status, 0);
-    EXPECT_EQ(run({u"defaults"_s, u"read"_s, u"captureRate"_s, u"--json"_s}).output.trimmed(),
-              u"30"_s);
-    const auto all = run({u"defaults"_s, u"read"_s, u"--json"_s}).output.toUtf8();
+    EXPECT_EQ(run(words("defaults delete captureRate --json")).status, 0);
+    EXPECT_EQ(run(words("defaults read captureRate --json")).output, u"30\n"_s);
+    const auto all = run(words("defaults read --json")).output.toUtf8();
     EXPECT_EQ(QJsonDocument::fromJson(all).object().value(u"cursorCameraWidth"_s).toInt(), 640);
 }
 
 TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
 {
-    const QString folder = path(u"Movies"_s);
-    QFile garbage(path(u"garbage"_s));
-    ASSERT_TRUE(garbage.open(QIODevice::WriteOnly));
-    garbage.write("this is no capture, whatever its name says; it is only some text");
-    garbage.close();
-    QFile empty(path(u"empty"_s));
-    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
-    empty.close();
+    writeFile(path(u"garbage"_s),
+              "this is no capture, whatever its name says; it is only some text");
+    writeFile(path(u"empty"_s), "");
     QDir().mkpath(path(u"folder"_s));
-    const QString movie
-        = run({u"record"_s, u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, folder})
-              .output.trimmed();
+    ASSERT_TRUE(QDir().rename(record(), path(u"movie"_s)));
 
     // Settings that choose the codec 'yyyy'.
     const Variables oddSettings = {{u"XDG_CONFIG_HOME"_s, path(u"odd"_s)}};
-    ASSERT_EQ(run({u"defaults"_s, u"write"_s, u"--json"_s, u"CompressionDialogSettings"_s,
-                   u"{\"data\":\"AAAAFnNwdGx5eXl5AAAAAAAYAAADAA==\"}"_s},
+    ASSERT_EQ(run(words("defaults write --json CompressionDialogSettings "
+                        "{\"data\":\"AAAAFnNwdGx5eXl5AAAAAAAYAAADAA==\"}"),
                   oddSettings)
                   .status,
               0);
-
-    struct Case {
-        const char *name;
-        QStringList arguments;
-        int status;
-        QString named; ///< What the message must name.
-        Variables variables = {{u"DISPLAY"_s, u":4711"_s}}; ///< No display.
-    };
     const Variables withDisplay;
-    const Case cases[] = {
-        {"noCommand", {}, 2, u"subcommand"_s},
-        {"unknownOption", {u"record"_s, u"--fast"_s}, 2, u"--fast"_s},
-        {"rateOfZero", {u"record"_s, u"--rate"_s, u"0"_s}, 2, u"0 frames"_s},
-        {"negativeRate", {u"record"_s, u"--rate"_s, u"-5"_s}, 2, u"-5"_s},
-        {"absurdRate", {u"record"_s, u"--rate"_s, u"1e9"_s}, 2, u"1e+09"_s},
-        {"unknownCodec", {u"record"_s, u"--codec"_s, u"none"_s}, 2, u"none"_s},
-        {"noArea", {u"record"_s, u"--geometry"_s, u"10x"_s}, 2, u"10x"_s},
-        {"outside", {u"record"_s, u"--geometry"_s, u"10x10+900+0"_s}, 2, u"outside"_s, withDisplay},
-        {"noSize", {u"record"_s, u"--follow"_s, u"0x0"_s}, 2, u"0x0"_s},
-        {"tinyRate", {u"record"_s, u"--rate"_s, u"1e-40"_s}, 2, u"frames per second"_s},
-        {"endless", {u"record"_s, u"--duration"_s, u"inf"_s}, 2, u"inf"_s},
-        {"noMoviesFolder", {u"record"_s, u"--movies-folder"_s, QString()}, 2, u"movies folder"_s},
-        {"nullInJSON",
-         {u"defaults"_s, u"write"_s, u"--json"_s, u"x"_s, u"{\"a\":[null]}"_s},
-         2,
-         u"null"_s},
-        {"notANumber", {u"defaults"_s, u"write"_s, u"captureScale"_s, u"nan"_s}, 2, u"nan"_s},
-        {"exportOverTheIndex",
-         {u"export"_s, movie, u"-o"_s, movie + u"/Brimmet Capture Video Data.index"_s},
-         2,
-         u".index"_s},
-        {"exportOverTheInfo",
-         {u"export"_s, movie, u"-o"_s, movie + u"/Info.plist"_s},
-         2,
-         u"Info.plist"_s},
-        {"dataOfNoBase64",
-         {u"defaults"_s, u"write"_s, u"--json"_s, u"x"_s, u"[{\"data\":\"%%%\"}]"_s},
-         2,
-         u"%%%"_s},
-        {"noTime", {u"record"_s, u"--duration"_s, u"0"_s}, 2, u"0 seconds"_s},
-        {"moviesFolderIsAFile",
-         {u"record"_s, u"--movies-folder"_s, path(u"garbage"_s)},
-         6,
-         u"garbage"_s,
-         withDisplay},
-        {"moviesFolderNotWritable",
-         {u"record"_s, u"--movies-folder"_s, u"/proc/movies"_s},
-         6,
-         u"/proc/movies"_s,
-         withDisplay},
-        {"homeNotWritable",
-         {u"record"_s},
-         6,
-         u"/proc/home: "_s,
-         {{u"XDG_DATA_HOME"_s, u"/proc/home"_s}}},
-        {"noDisplay", {u"record"_s}, 4, u"cannot open display \":4711\""_s},
-        {"waylandBySession",
-         {u"record"_s},
-         4,
-         u"needs an X11 session"_s,
-         {{u"DISPLAY"_s, u":4711"_s}, {u"XDG_SESSION_TYPE"_s, u"wayland"_s}}},
-        {"waylandByDisplay",
-         {u"record"_s},
-         4,
-         u"needs an X11 session"_s,
-         {{u"DISPLAY"_s, QString()}, {u"WAYLAND_DISPLAY"_s, u"wayland-0"_s}}},
-        {"infoOfNothing", {u"info"_s, path(u"missing"_s)}, 3, u"missing"_s},
-        {"infoOfAFolder", {u"info"_s, path(u"folder"_s)}, 3, u"folder"_s},
-        {"infoOfGarbage", {u"info"_s, path(u"garbage"_s)}, 1, u"garbage"_s},
-        {"infoOfZeroBytes", {u"info"_s, path(u"empty"_s)}, 1, u"empty"_s},
-        {"framesOfGarbage",
-         {u"frames"_s, path(u"garbage"_s), u"--out"_s, path(u"o"_s)},
-         1,
-         u"garbage"_s},
-        {"framesIntoAFile", {u"frames"_s, movie, u"--out"_s, path(u"garbage"_s)}, 6, u"garbage"_s},
-        {"exportWhereNobodyMay",
-         {u"export"_s, movie, u"-o"_s, u"/proc/x.mov"_s},
-         6,
-         u"/proc/Tolvane Temp.mov: "_s},
-        {"exportOfNothing",
-         {u"export"_s, path(u"missing"_s), u"-o"_s, path(u"o.mov"_s)},
-         3,
-         u"missing"_s},
-        {"exportUnknownCodec",
-         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--video-codec"_s, u"zzzz"_s},
-         1,
-         u"zzzz"_s},
-        {"exportNoCodecAtAll",
-         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--video-codec"_s, u"h.264"_s},
-         2,
-         u"h.264"_s},
-        {"exportSavedUnknownCodec",
-         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s)},
-         1,
-         u"'yyyy'"_s,
-         oddSettings},
-        {"deleteWithoutKey", {u"defaults"_s, u"delete"_s, u"--json"_s}, 2, u"key"_s},
-        {"exportNoSize",
-         {u"export"_s, path(u"missing"_s), u"-o"_s, path(u"o.mov"_s), u"--size"_s, u"12"_s},
-         2,
-         u"12"_s},
-        {"exportTooLarge",
-         {u"export"_s, movie, u"-o"_s, path(u"o.mov"_s), u"--scale"_s, u"9999"_s},
-         2,
-         u"16384"_s},
-        {"unknownSetting", {u"defaults"_s, u"read"_s, u"nothing"_s}, 3, u"nothing"_s},
-        {"wrongType", {u"defaults"_s, u"write"_s, u"captureRate"_s, u"fast"_s}, 2, u"fast"_s},
+    const Variables oddHome = {{u"XDG_DATA_HOME"_s, u"/proc/home"_s}};
+    const Variables wayland = {{u"DISPLAY"_s, u":4711"_s}, {u"XDG_SESSION_TYPE"_s, u"wayland"_s}};
+    const Variables onlyWayland
+        = {{u"DISPLAY"_s, QString()}, {u"WAYLAND_DISPLAY"_s, u"wayland-0"_s}};
+    const struct {
+        const char *line;
+        int status;
+        const char *named; ///< What the message must name.
+        Variables variables = {{u"DISPLAY"_s, u":4711"_s}}; ///< No display.
+    } cases[] = {
+        {"", 2, "subcommand"},
+        {"record --fast", 2, "--fast"},
+        {"record --rate 0", 2, "0 frames"},
+        {"record --rate 1e9", 2, "1e+09"},
+        {"record --rate 1e-40", 2, "frames per second"},
+        {"record --codec none", 2, "none"},
+        {"record --geometry 10x", 2, "10x"},
+        {"record --geometry 10x10+900+0", 2, "outside", withDisplay},
+        {"record --follow 0x0", 2, "0x0"},
+        {"record --duration 0", 2, "0 seconds"},
+        {"record --duration inf", 2, "inf"},
+        {"record --movies-folder ~/garbage", 6, "garbage", withDisplay},
+        {"record --movies-folder /proc/movies", 6, "/proc/movies", withDisplay},
+        {"record", 6, "/proc/home: ", oddHome},
+        {"record", 4, "cannot open display \":4711\""},
+        {"record", 4, "needs an X11 session", wayland},
+        {"record", 4, "needs an X11 session", onlyWayland},
+        {"defaults write --json x {\"a\":[null]}", 2, "null"},
+        {"defaults write --json x [{\"data\":\"%%%\"}]", 2, "%%%"},
+        {"defaults write captureScale nan", 2, "nan"},
+        {"defaults write captureRate fast", 2, "fast"},
+        {"defaults read nothing", 3, "nothing"},
+        {"defaults delete --json", 2, "key"},
+        {"info ~/missing", 3, "missing"},
+        {"info ~/folder", 3, "folder"},
+        {"info ~/garbage", 1, "garbage"},
+        {"info ~/empty", 1, "empty"},
+        {"frames ~/garbage --out ~/o", 1, "garbage"},
+        {"frames ~/movie --out ~/garbage", 6, "garbage"},
+        {"export ~/movie -o ~/movie/Info.plist", 2, "Info.plist"},
+        {"export ~/movie -o /proc/x.mov", 6, "/proc/Tolvane Temp.mov: "},
+        {"export ~/missing -o ~/o.mov", 3, "missing"},
+        {"export ~/garbage -o ~/o.mov", 1, "garbage"},
+        {"export ~/movie -o ~/o.mov --video-codec zzzz", 1, "zzzz"},
+        {"export ~/movie -o ~/o.mov --video-codec h.264", 2, "h.264"},
+        {"export ~/movie -o ~/o.mov", 1, "'yyyy'", oddSettings},
+        {"export ~/missing -o ~/o.mov --size 12", 2, "12"},
+        {"export ~/movie -o ~/o.mov --scale 9999", 2, "16384"},
     };
-    for (const Case &c : cases) {
-        const Outcome outcome = run(c.arguments, c.variables);
-        EXPECT_EQ(outcome.status, c.status) << c.name << ": " << outcome.errors.toStdString();
-        EXPECT_TRUE(outcome.errors.contains(c.named))
-            << c.name << ": " << outcome.errors.toStdString();
-        EXPECT_TRUE(outcome.output.isEmpty()) << c.name;
+    const auto check = [](const char *line, const Outcome &outcome, int status, const char *named) {
+        SCOPED_TRACE(line + (": " + outcome.errors.toStdString()));
+        EXPECT_EQ(outcome.status, status);
+        EXPECT_TRUE(outcome.errors.contains(QLatin1StringView(named)));
+        EXPECT_TRUE(outcome.output.isEmpty());
         // One line; wrong usage may add where the help is.
-        EXPECT_LE(outcome.errors.count(u'\n'), c.status == 2 ? 2 : 1) << c.name;
-    }
+        EXPECT_LE(outcome.errors.count(u'\n'), status == 2 ? 2 : 1);
+    };
+    for (const auto &c : cases)
+        check(c.line, run(words(c.line), c.variables), c.status, c.named);
+    check("no folder", run(words("record --movies-folder") << QString()), 2, "movies folder");
+    check("over the index",
+          run(words("export ~/movie -o") << path(u"movie/Brimmet Capture Video Data.index"_s)), 2,
+          ".index");
     EXPECT_FALSE(QFileInfo::exists(path(u"o.mov"_s)));
     EXPECT_FALSE(QFileInfo::exists(path(u"o"_s)));
     EXPECT_EQ(QDir(path(u"folder"_s)).count(), 2U);
@@ -305,71 +227,55 @@ TEST_F(CommandLineTest, SaysWhatItCannotDoInOneLineWithAStatus)
 
 TEST_F(CommandLineTest, WarnsOnceAndGoesOn)
 {
-    const QString movie
-        = run({u"record"_s, u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, path(u"Movies"_s)})
-              .output.trimmed();
-    const QString capture = movie + u"/Brimmet Capture Video Data"_s;
-    ASSERT_TRUE(QFile::copy(capture, path(u"cut"_s)));
+    ASSERT_TRUE(QDir().rename(record(), path(u"movie"_s)));
+    const QString capture = path(u"movie/Brimmet Capture Video Data"_s);
+    for (const QString &copy : {path(u"cut"_s), path(u"whole"_s)})
+        ASSERT_TRUE(QFile::copy(capture, copy));
     ASSERT_TRUE(QFile::resize(path(u"cut"_s), QFileInfo(capture).size() - 1));
     ASSERT_TRUE(QFile::copy(capture + u".index"_s, path(u"cut.index"_s)));
-    const auto damage = [](const QString &path) {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write("<plist><dict>") > 0);
-    };
-    damage(movie + u"/Info.plist"_s);
-    damage(path(u"odd/Tolvane/com.pexarworks.tolvane.plist"_s));
+    for (const QString &list :
+         {u"movie/Info.plist"_s, u"odd/Tolvane/com.pexarworks.tolvane.plist"_s})
+        writeFile(path(list), "<plist><dict>");
 
     const Variables oddSettings = {{u"XDG_CONFIG_HOME"_s, path(u"odd"_s)}};
     const Variables oddHome = {{u"XDG_DATA_HOME"_s, u"/proc/home"_s}};
-    const QString out = path(u"o.mov"_s);
     const struct {
-        const char *name;
-        QStringList arguments;
-        QString warning; ///< Empty where nothing is to be said.
+        const char *line;
+        const char *warning; ///< Empty where nothing is to be said.
         Variables variables = {};
     } cases[] = {
-        {"info", {u"info"_s, path(u"cut"_s)}, u"was cut short"_s},
-        {"frames", {u"frames"_s, path(u"cut"_s), u"--out"_s, path(u"o"_s)}, u"was cut short"_s},
-        {"export", {u"export"_s, path(u"cut"_s), u"-o"_s, out}, u"was cut short"_s},
-        {"wholeCapture", {u"export"_s, capture, u"-o"_s, out}, u"Info.plist"_s},
-        {"noQuality",
-         {u"export"_s, path(u"whole"_s), u"-o"_s, out, u"--video-codec"_s, u"apcn"_s,
-          u"--quality"_s, u"9"_s},
-         u"--quality has no effect with 'apcn'"_s},
-        {"noFullChroma",
-         {u"export"_s, path(u"whole"_s), u"-o"_s, out, u"--video-codec"_s, u"mp4v"_s,
-          u"--full-chroma"_s},
-         u"--full-chroma has no effect with 'mp4v'"_s},
-        {"settings",
-         {u"defaults"_s, u"read"_s, u"lossyLevel"_s},
-         u"tolvane damaged.plist"_s,
-         oddSettings},
-        {"settingsPutAside", {u"defaults"_s, u"read"_s, u"lossyLevel"_s}, {}, oddSettings},
-        {"homeNotWritable", {u"defaults"_s, u"read"_s, u"moviesFolderPath"_s}, {}, oddHome},
-        {"version", {u"--version"_s}, {}, oddHome},
+        {"info ~/cut", "was cut short"},
+        {"frames ~/cut --out ~/o", "was cut short"},
+        {"export ~/cut -o ~/o.mov", "was cut short"},
+        {"export ~/movie -o ~/o.mov", "Info.plist"},
+        {"export ~/whole -o ~/o.mov --video-codec apcn --quality 9",
+         "--quality has no effect with 'apcn'"},
+        {"export ~/whole -o ~/o.mov --video-codec mp4v --full-chroma",
+         "--full-chroma has no effect with 'mp4v'"},
+        {"defaults read lossyLevel", "tolvane damaged.plist", oddSettings},
+        {"defaults read lossyLevel", "", oddSettings}, // It was put aside.
+        {"defaults read moviesFolderPath", "", oddHome},
+        {"--version", "", oddHome},
     };
-    ASSERT_TRUE(QFile::copy(capture, path(u"whole"_s)));
     for (const auto &c : cases) {
-        const Outcome outcome = run(c.arguments, c.variables);
-        EXPECT_EQ(outcome.status, 0) << c.name;
-        const QString expected = c.warning.isEmpty() ? QString() : u"tolvane: warning: "_s;
-        EXPECT_TRUE(outcome.errors.startsWith(expected) && outcome.errors.contains(c.warning))
-            << c.name << ": " << outcome.errors.toStdString();
-        EXPECT_EQ(outcome.errors.count(u'\n'), c.warning.isEmpty() ? 0 : 1)
-            << c.name << ": " << outcome.errors.toStdString();
+        const Outcome outcome = run(words(c.line), c.variables);
+        SCOPED_TRACE(c.line + (": " + outcome.errors.toStdString()));
+        const bool isSilent = *c.warning == '\0';
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_TRUE(outcome.errors.startsWith(isSilent ? QString() : u"tolvane: warning: "_s));
+        EXPECT_TRUE(outcome.errors.contains(QLatin1StringView(c.warning)));
+        EXPECT_EQ(outcome.errors.count(u'\n'), isSilent ? 0 : 1);
     }
 }
 
 TEST_F(CommandLineTest, DataThatCannotBeWrittenIsAFailure)
 {
-    for (const QStringList &arguments :
-         {QStringList{u"--version"_s}, QStringList{u"defaults"_s, u"read"_s}}) {
+    for (const char *line : {"--version", "defaults read"}) {
         QProcess process;
         process.setStandardOutputFile(u"/dev/full"_s);
-        start(process, arguments);
+        start(process, words(line));
         const Outcome outcome = outcomeOf(process);
-        EXPECT_EQ(outcome.status, 6) << arguments.join(u' ').toStdString();
+        EXPECT_EQ(outcome.status, 6) << line;
         EXPECT_EQ(outcome.errors,
                   u"tolvane: Could not write to the standard output: No space left on device\n"_s);
     }
@@ -377,22 +283,19 @@ TEST_F(CommandLineTest, DataThatCannotBeWrittenIsAFailure)
 
 TEST_F(CommandLineTest, AFileThatMayNotGrowIsAFailure)
 {
-    const QString movie
-        = run({u"record"_s, u"--duration"_s, u"0.1"_s, u"--movies-folder"_s, path(u"Movies"_s)})
-              .output.trimmed();
-    QFile old(path(u"out/o.mov"_s));
-    ASSERT_TRUE(QDir().mkpath(path(u"out"_s)) && old.open(QIODevice::WriteOnly));
-    old.write("old");
-    old.close();
+    const QString movie = record();
+    writeFile(path(u"out/o.mov"_s), "old");
     QProcess process;
     prepare(process);
     process.start(u"sh"_s,
-                  {u"-c"_s, u"ulimit -f 1; exec \"$@\""_s, u"sh"_s, QStringLiteral(TOLVANE_PROGRAM),
-                   u"export"_s, movie, u"-o"_s, old.fileName()});
+                  QStringList{u"-c"_s, u"ulimit -f 1; exec \"$@\""_s, u"sh"_s,
+                              QStringLiteral(TOLVANE_PROGRAM)}
+                          + words("export -o ~/out/o.mov")
+                      << movie);
     const Outcome outcome = outcomeOf(process);
     EXPECT_EQ(outcome.status, 6) << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.contains(u"File too large"_s)) << outcome.errors.toStdString();
-    EXPECT_EQ(QFileInfo(old).size(), 3);
+    EXPECT_EQ(contentsOf(path(u"out/o.mov"_s)), "old");
     EXPECT_EQ(QDir(path(u"out"_s)).entryList(QDir::Files | QDir::Hidden).size(), 1);
 }
 
@@ -412,8 +315,8 @@ TEST_F(CommandLineTest, AreasAreWhereXPutsThem)
     };
     for (const auto &c : cases) {
         const Outcome outcome
-            = run({u"record"_s, u"--geometry"_s, QString::fromLatin1(c.geometry), u"--no-cursor"_s,
-                   u"--duration"_s, u"0.05"_s, u"--movies-folder"_s, path(u"M"_s)});
+            = run(words("record --no-cursor --duration 0.05 --movies-folder ~/M --geometry")
+                  << QString::fromLatin1(c.geometry));
         EXPECT_EQ(outcome.status, 0) << c.geometry;
         EXPECT_EQ(outcome.errors.isEmpty(), *c.warning == '\0') << c.geometry;
         EXPECT_TRUE(outcome.errors.contains(QString::fromLatin1(c.warning)))

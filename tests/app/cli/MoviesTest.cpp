@@ -34,7 +34,8 @@ protected:
     }
     void rename(const QString &movie, const QString &name) const
     {
-        EXPECT_EQ(run({u"rename"_s, movie, name}).status, 0);
+        const Outcome outcome = run({u"rename"_s, movie, name});
+        EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
     }
     [[nodiscard]] QJsonArray list() const
     {
@@ -118,16 +119,13 @@ TEST_F(MoviesTest, RenamesByWhateverNamesAMovie)
 {
     const struct {
         QString movie, name;
-    } rows[] = {
-        {kLesson, u"by uuid"_s},
-        {kLesson.left(4).toLower(), u"by its beginning"_s},
-        {u"by its beginning"_s, u"by name"_s},
-        {library.folderOf(kLesson), QString(300, u'x')},
-        {library.folderOf(kLesson) + u'/', u"🎬 a/b: ça"_s},
-    };
+    } rows[] = {{kLesson, u"by uuid"_s},
+                {kLesson.left(4).toLower(), u"by its beginning"_s},
+                {u"by its beginning"_s, u"by name"_s},
+                {library.folderOf(kLesson), QString(300, u'x')},
+                {library.folderOf(kLesson) + u'/', u"🎬 a/b: ça"_s}};
     for (const auto &row : rows) {
-        const Outcome outcome = run({u"rename"_s, row.movie, row.name});
-        EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+        rename(row.movie, row.name);
         EXPECT_EQ(library.infoOf(kLesson).value(u"name"_s), row.name);
         EXPECT_EQ(library.infoOf(kLesson).value(u"captureRate"_s), 30);
     }
@@ -135,15 +133,13 @@ TEST_F(MoviesTest, RenamesByWhateverNamesAMovie)
 
 TEST_F(MoviesTest, DeletesForGoodOnlyWhenTold)
 {
-    ASSERT_TRUE(QDir(path({})).mkdir(u"elsewhere"_s));
-    QFile theirs(path(u"elsewhere/file"_s));
-    ASSERT_TRUE(theirs.open(QIODevice::WriteOnly));
+    writeFile(path(u"elsewhere/file"_s));
     ASSERT_TRUE(QFile::link(path(u"elsewhere"_s), library.fileOf(kTalk, u"link"_s)));
     EXPECT_EQ(run({u"delete"_s, kTalk}).status, 1) << "nobody can be asked";
     EXPECT_TRUE(QDir(library.folderOf(kTalk)).exists());
     EXPECT_EQ(run({u"delete"_s, kTalk, u"--yes"_s}).status, 0);
     EXPECT_FALSE(QDir(library.folderOf(kTalk)).exists());
-    EXPECT_TRUE(theirs.exists());
+    EXPECT_TRUE(QFile::exists(path(u"elsewhere/file"_s)));
 
     for (const QByteArray answer : {"n\n", "y\n"}) {
         Terminal terminal(80);
@@ -163,8 +159,7 @@ TEST_F(MoviesTest, DeletesForGoodOnlyWhenTold)
 TEST_F(MoviesTest, ExportsSeveralUnderTheirNames)
 {
     rename(kLesson, u"Talk: 1/2"_s);
-    QFile mine(path(u"out/Talk- 1-2.mov"_s));
-    ASSERT_TRUE(QDir(path({})).mkdir(u"out"_s) && mine.open(QIODevice::WriteOnly));
+    writeFile(path(u"out/Talk- 1-2.mov"_s));
     const Outcome exported = run({u"export"_s, kLesson, kTalk, path(u"missing"_s), u"Torn"_s,
                                   u"-o"_s, path(u"out"_s), u"--video-codec"_s, u"png "_s});
     EXPECT_EQ(exported.status, 3) << "one was not found, and the others are made";
@@ -172,13 +167,13 @@ TEST_F(MoviesTest, ExportsSeveralUnderTheirNames)
     EXPECT_EQ(moviesIn(path(u"out"_s)),
               QStringList(
                   {u"Talk- 1-2 2.mov"_s, u"Talk- 1-2 3.mov"_s, u"Talk- 1-2.mov"_s, u"Torn.mov"_s}));
-    EXPECT_EQ(mine.size(), 0) << "what was there stays";
+    EXPECT_EQ(contentsOf(path(u"out/Talk- 1-2.mov"_s)), "") << "what was there stays";
     EXPECT_EQ(exported.output.count(u'\n'), 3);
     for (const QString &name : {u"Talk- 1-2 2.mov"_s, u"Torn.mov"_s}) {
         QProcess probe;
         probe.start(u"ffprobe"_s,
-                    {u"-v"_s, u"error"_s, u"-show_entries"_s, u"stream=codec_name,nb_frames"_s,
-                     u"-of"_s, u"csv=p=0"_s, path(u"out/"_s) + name});
+                    words("-v error -show_entries stream=codec_name,nb_frames -of csv=p=0")
+                        << path(u"out/"_s) + name);
         EXPECT_EQ(outcomeOf(probe).output.trimmed(), u"png,5"_s) << name.toStdString();
     }
 
@@ -250,12 +245,10 @@ TEST_F(MoviesTest, AFileThatIsBeingExportedIsNotExportedOver)
 TEST_F(MoviesTest, PlaysInAWindow)
 {
     PaintedWindow window(display(), {0, 0, 320, 240}, 0x2299AA);
-    const Outcome recorded = run({u"record"_s, u"--no-cursor"_s, u"--duration"_s, u"0.3"_s,
-                                  u"--geometry"_s, u"100x80+0+0"_s});
-    ASSERT_EQ(recorded.status, 0) << recorded.errors.toStdString();
+    const QString movie = record("--no-cursor --duration 0.3 --geometry 100x80+0+0");
     window.fill({0, 0, 320, 240}, 0);
     QProcess player;
-    start(player, {u"play"_s, recorded.output.trimmed()});
+    start(player, {u"play"_s, movie});
     const auto isShown = [] {
         const QImage screen = display().screenshot();
         int count = 0;
@@ -273,54 +266,45 @@ TEST_F(MoviesTest, SaysWhatItCannotDoAndChangesNothing)
 {
     const QStringList before = names();
     library.record(u"EMPTY"_s, LibraryFolder::End::Killed, 0);
-    QFile sound(library.fileOf(kLesson, kBRSecondCaptureAudioDataName));
-    ASSERT_TRUE(sound.open(QIODevice::WriteOnly));
+    writeFile(library.fileOf(kLesson, kBRSecondCaptureAudioDataName));
     QDir(path({})).mkdir(u"out"_s);
-    QFile file(path(u"file"_s));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    writeFile(path(u"file"_s));
     const struct {
-        const char *name;
         QStringList arguments;
         int status;
         QString told;
+        Variables variables = {};
     } rows[] = {
-        {"listOfNothing", {u"list"_s, u"--movies-folder"_s, path(u"no"_s)}, 3, u"no"_s},
-        {"listOfAFile", {u"list"_s, u"--movies-folder"_s, path(u"file"_s)}, 3, u"file"_s},
-        {"renameToALetter", {u"rename"_s, kLesson, u"x"_s}, 2, u"too short"_s},
-        {"renameToABell", {u"rename"_s, kLesson, u"be\all"_s}, 1, u"Info.plist"_s},
-        {"renameOfNothing", {u"rename"_s, u"nobody"_s, u"name"_s}, 3, u"nobody"_s},
-        {"renameOfEither", {u"rename"_s, u"AB"_s, u"name"_s}, 1, kTalk},
-        {"renameOfAFile", {u"rename"_s, path(u"file"_s), u"name"_s}, 3, u"file"_s},
-        {"deleteOfNothing", {u"delete"_s, u"nobody"_s, u"--yes"_s}, 3, u"nobody"_s},
-        {"deleteOfAFolder", {u"delete"_s, path(u"out"_s), u"--yes"_s}, 3, u"out"_s},
-        {"repairOfNothing", {u"repair"_s, u"nobody"_s}, 3, u"nobody"_s},
-        {"repairOfAFolder", {u"repair"_s, path(u"out"_s)}, 3, u"out"_s},
-        {"repairOfNoFrame", {u"repair"_s, u"EMPTY"_s}, 1, u"no complete frame"_s},
-        {"overTheOtherSound",
-         {u"export"_s, kLesson, u"-o"_s, library.fileOf(kLesson, kBRSecondCaptureAudioDataName)},
-         2,
+        {words("list --movies-folder ~/no"), 3, u"no"_s},
+        {words("list --movies-folder ~/file"), 3, u"file"_s},
+        {words("rename Lesson x"), 2, u"too short"_s},
+        {words("rename Lesson be\all"), 1, u"Info.plist"_s},
+        {words("rename nobody name"), 3, u"nobody"_s},
+        {words("rename AB name"), 1, kTalk},
+        {words("rename ~/file name"), 3, u"file"_s},
+        {words("delete nobody --yes"), 3, u"nobody"_s},
+        {words("delete ~/out --yes"), 3, u"out"_s},
+        {words("repair nobody"), 3, u"nobody"_s},
+        {words("repair ~/out"), 3, u"out"_s},
+        {words("repair EMPTY"), 1, u"no complete frame"_s},
+        {words("export Lesson -o") << library.fileOf(kLesson, kBRSecondCaptureAudioDataName), 2,
          u"belongs to the capture"_s},
-        {"playOfNothing", {u"play"_s, u"nobody"_s}, 3, u"nobody"_s},
-        {"playOfAFile", {u"play"_s, path(u"file"_s)}, 1, u"file"_s},
-        {"severalIntoAFile",
-         {u"export"_s, kLesson, kTalk, u"-o"_s, path(u"file"_s)},
-         2,
-         u"is no folder"_s},
+        {words("play nobody"), 3, u"nobody"_s},
+        {words("play ~/file"), 1, u"file"_s},
+        {words("play Lesson"), 4, u"display"_s, {{u"DISPLAY"_s, u":987654"_s}}},
+        {words("export Lesson") << kTalk << words("-o ~/file"), 2, u"is no folder"_s},
     };
-    for (const auto &row : rows) {
-        // Qt says so where there is none.
-        const Outcome outcome = run(row.arguments, {{u"XDG_RUNTIME_DIR"_s, path({})}});
-        EXPECT_EQ(outcome.status, row.status) << row.name << ": " << outcome.errors.toStdString();
-        EXPECT_TRUE(outcome.errors.contains(row.told)) << row.name << outcome.errors.toStdString();
-        EXPECT_EQ(outcome.errors.count(u'\n'), 1) << row.name << outcome.errors.toStdString();
-        EXPECT_EQ(outcome.output, QString()) << row.name;
+    for (auto row : rows) {
+        row.variables[u"XDG_RUNTIME_DIR"_s] = path({}); // Qt says so where there is none.
+        const Outcome outcome = run(row.arguments, row.variables);
+        SCOPED_TRACE((row.arguments.join(u' ') + u": "_s + outcome.errors).toStdString());
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_TRUE(outcome.errors.contains(row.told));
+        EXPECT_EQ(outcome.errors.count(u'\n'), 1);
+        EXPECT_EQ(outcome.output, QString());
     }
-    const Outcome blind = run({u"play"_s, kLesson},
-                              {{u"DISPLAY"_s, u":987654"_s}, {u"XDG_RUNTIME_DIR"_s, path({})}});
-    EXPECT_EQ(blind.status, 4);
-    EXPECT_EQ(blind.errors.count(u'\n'), 1) << blind.errors.toStdString();
     QFile::remove(library.fileOf(u"EMPTY"_s, kBRMovieInfoName));
-    EXPECT_EQ(run({u"delete"_s, u"EMPTY"_s, u"--yes"_s}).status, 0) << "whatever it holds";
+    EXPECT_EQ(run(words("delete EMPTY --yes")).status, 0) << "whatever it holds";
     EXPECT_EQ(names(), before);
 }
 

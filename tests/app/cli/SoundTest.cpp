@@ -2,16 +2,11 @@
 #include "tests/support/PaintedWindow.h"
 #include "tests/support/SoundPlayer.h"
 #include "tests/support/SoundServer.h"
+#include "tests/support/Tone.h"
 
 #include <gmock/gmock.h>
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-
-#include <cmath>
 #include <cstring>
-#include <numbers>
 
 using namespace Qt::StringLiterals;
 using testing::HasSubstr;
@@ -30,10 +25,6 @@ protected:
     SoundServer server;
 
     [[nodiscard]] Variables variables() const { return {{u"PULSE_SERVER"_s, server.name()}}; }
-    [[nodiscard]] Outcome runWithSound(const QStringList &arguments) const
-    {
-        return run(arguments, variables());
-    }
     [[nodiscard]] QString movies() const { return path(u"Movies"_s); }
     /// What another program answers.
     static QByteArray outputOf(const QString &program, const QStringList &arguments)
@@ -45,32 +36,27 @@ protected:
         return process.readAllStandardOutput();
     }
     /// The amplitude of a tone in the middle second of a movie's sound.
-    static double amplitudeOf(double frequency, const QString &movie)
+    [[nodiscard]] double amplitudeOf(double frequency, const QString &movie) const
     {
-        const QByteArray bytes = outputOf(u"ffmpeg"_s,
-                                          {u"-v"_s, u"error"_s, u"-i"_s, movie, u"-map"_s,
-                                           u"0:a:0"_s, u"-af"_s, u"pan=mono|c0=c0"_s, u"-ar"_s,
-                                           QString::number(kRate), u"-f"_s, u"f32le"_s, u"-"_s});
+        const QByteArray bytes
+            = outputOf(u"ffmpeg"_s,
+                       words("-v error -i")
+                           << movie << words("-map 0:a:0 -af pan=mono|c0=c0 -ar 48000 -f f32le -"));
         std::vector<float> samples(static_cast<std::size_t>(bytes.size()) / sizeof(float));
         std::memcpy(samples.data(), bytes.constData(), samples.size() * sizeof(float));
         if (samples.size() < kRate)
             return 0;
-        const std::size_t first = (samples.size() - kRate) / 2;
-        double sine = 0;
-        double cosine = 0;
-        for (std::size_t i = first; i < first + kRate; ++i) {
-            const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / kRate;
-            sine += static_cast<double>(samples[i]) * std::sin(phase);
-            cosine += static_cast<double>(samples[i]) * std::cos(phase);
-        }
-        return 2 * std::hypot(sine, cosine) / kRate;
+        return ::amplitudeOf(
+            frequency, std::span(samples).subspan((samples.size() - kRate) / 2, kRate), kRate);
     }
-    static QString tracksOf(const QString &movie)
+    [[nodiscard]] QString tracksOf(const QString &movie) const
     {
-        return QString::fromUtf8(outputOf(u"ffprobe"_s,
-                                          {u"-v"_s, u"error"_s, u"-show_entries"_s,
-                                           u"stream=codec_name,codec_tag_string"_s, u"-of"_s,
-                                           u"csv=p=0"_s, movie}))
+        return QString::fromUtf8(
+                   outputOf(
+                       u"ffprobe"_s,
+                       words(
+                           "-v error -show_entries stream=codec_name,codec_tag_string -of csv=p=0")
+                           << movie))
             .simplified();
     }
     void loadDriver() const
@@ -100,8 +86,8 @@ protected:
         const SoundPlayer voice(server.name(), u"mic_feed"_s, toneOf(kVoice));
         const SoundPlayer music(server.name(), u"real_out"_s, toneOf(kMusic));
         const Outcome outcome
-            = runWithSound({u"record"_s, u"--microphone"_s, u"--system-audio"_s, u"--duration"_s,
-                            u"3"_s, u"--movies-folder"_s, movies()});
+            = run(words("record --microphone --system-audio --duration 3 --movies-folder ~/Movies"),
+                  variables());
         EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
         EXPECT_EQ(outcome.errors, QString());
         return outcome.output.trimmed();
@@ -152,10 +138,7 @@ TEST_F(SoundTest, BothSourcesComeOutOfTheExportInEveryCodec)
     EXPECT_EQ(tracksOf(path(u"last.mov"_s)), u"h264,avc1 aac,mp4a"_s);
 
     // A sound file that nobody can read costs the sound and not the picture.
-    QFile damaged(movie + u"/Brimmet Capture Audio Data 1.mov"_s);
-    ASSERT_TRUE(damaged.open(QIODevice::ReadWrite));
-    ASSERT_TRUE(damaged.resize(100));
-    damaged.close();
+    ASSERT_TRUE(QFile::resize(movie + u"/Brimmet Capture Audio Data 1.mov"_s, 100));
     const Outcome outcome = run({u"export"_s, movie, u"-o"_s, path(u"damaged.mov"_s)});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.errors.toStdString(), HasSubstr("has no sound: "));
@@ -165,21 +148,18 @@ TEST_F(SoundTest, BothSourcesComeOutOfTheExportInEveryCodec)
 
 TEST_F(SoundTest, SaysInALineWhatItCannotRecord)
 {
+    const Variables noServer = {{u"PULSE_SERVER"_s, u"unix:/nonexistent"_s}};
     const struct {
-        QStringList arguments;
+        const char *argument;
         Variables variables;
         const char *error;
-    } cases[] = {
-        {{u"--microphone=nowhere"_s}, variables(), "There is no microphone \"nowhere\""},
-        {{u"--microphone"_s}, {{u"PULSE_SERVER"_s, u"unix:/nonexistent"_s}}, "sound server"},
-        {{u"--system-audio"_s}, {{u"PULSE_SERVER"_s, u"unix:/nonexistent"_s}}, "sound server"},
-    };
-    for (const auto &[arguments, variables, error] : cases) {
-        SCOPED_TRACE(error);
-        const Outcome outcome
-            = run(QStringList{u"record"_s, u"--duration"_s, u"1"_s, u"--movies-folder"_s, movies()}
-                      + arguments,
-                  variables);
+    } cases[] = {{"--microphone=nowhere", variables(), "There is no microphone \"nowhere\""},
+                 {"--microphone", noServer, "sound server"},
+                 {"--system-audio", noServer, "sound server"}};
+    for (const auto &[argument, variables, error] : cases) {
+        SCOPED_TRACE(argument);
+        const Outcome outcome = run(
+            words("record --duration 1 --movies-folder ~/Movies") + words(argument), variables);
         EXPECT_EQ(outcome.status, 5);
         EXPECT_EQ(outcome.output, QString());
         EXPECT_THAT(outcome.errors.toStdString(), HasSubstr(error));
@@ -194,11 +174,9 @@ TEST_P(SoundServersTest, OfTwoThatUseTheDriverTheLastGivesTheOutputBack)
     const SoundPlayer music(server.name(), QString(), toneOf(kMusic));
     QProcess first;
     QProcess second;
-    start(first, {u"record"_s, u"--system-audio"_s, u"--movies-folder"_s, path(u"first"_s)},
-          variables());
+    start(first, words("record --system-audio --movies-folder ~/first"), variables());
     movieWithFramesIn(path(u"first"_s));
-    start(second, {u"record"_s, u"--system-audio"_s, u"--movies-folder"_s, path(u"second"_s)},
-          variables());
+    start(second, words("record --system-audio --movies-folder ~/second"), variables());
     const QString movie = movieWithFramesIn(path(u"second"_s));
     send(first, SIGINT);
     EXPECT_EQ(outcomeOf(first).status, 0);
@@ -219,8 +197,7 @@ TEST_F(SoundTest, StoppedBeforeTheFirstSampleItLeavesNothing)
     (void)server.load(
         {u"module-pipe-source"_s, u"source_name=still"_s, u"file="_s + path(u"pipe"_s)});
     QProcess recorder;
-    start(recorder, {u"record"_s, u"--microphone=still"_s, u"--movies-folder"_s, movies()},
-          variables());
+    start(recorder, words("record --microphone=still --movies-folder ~/Movies"), variables());
     waitUntil(
         [&] { return !QDir(movies()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty(); },
         "the movie's folder");
@@ -239,8 +216,7 @@ TEST_P(SoundServersTest, AKilledRecordingLeavesItsSoundAndTheUsersOutput)
     const SoundPlayer voice(server.name(), u"mic_feed"_s, toneOf(kVoice));
     const SoundPlayer music(server.name(), QString(), toneOf(kMusic));
     QProcess recorder;
-    start(recorder,
-          {u"record"_s, u"--microphone"_s, u"--system-audio"_s, u"--movies-folder"_s, movies()},
+    start(recorder, words("record --microphone --system-audio --movies-folder ~/Movies"),
           variables());
     waitUntil([&] { return defaultOutput() == u"tolvane_audio"; }, "the switch");
     const QString movie = movieWithFramesIn(movies());

@@ -1,15 +1,11 @@
 #include "tests/app/cli/Terminal.h"
-#include "capture/framefile/BRFrameStreamer.h"
 #include "tests/app/cli/CommandLine.h"
+#include "tests/export/LibraryFolder.h"
 
-#include <QDir>
-#include <QFile>
 #include <QRegularExpression>
 
 #include <functional>
 #include <memory>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -105,10 +101,9 @@ protected:
 
 TEST_F(TerminalTest, RecordHasALiveLineWhateverTheMenuBarShows)
 {
-    for (const QString &what : {u"Duration"_s, u"Size"_s})
-        ASSERT_EQ(run({u"defaults"_s, u"write"_s, u"showRecording%1InMenubar"_s.arg(what), u"no"_s})
-                      .status,
-                  0);
+    for (const char *line : {"defaults write showRecordingDurationInMenubar no",
+                             "defaults write showRecordingSizeInMenubar no"})
+        ASSERT_EQ(run(words(line)).status, 0);
     const auto runs = interruptOnceShown(
         "Recording 00:01",
         [](const QString &folder) {
@@ -129,22 +124,9 @@ TEST_F(TerminalTest, RecordHasALiveLineWhateverTheMenuBarShows)
 TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
 {
     // So many frames that no encoder is through with them before it is interrupted.
-    constexpr int kFrames = 30'000;
-    const QString capture = path(u"capture"_s);
-    constexpr std::ptrdiff_t kBytesPerRow = 2560;
-    std::vector<std::byte> pixels(std::size_t{kBytesPerRow} * 480);
-    const PXPixelView view{pixels.data(), kBytesPerRow, 640, 480};
-    auto streamer
-        = BRFrameStreamer::withFilePathForWriting(capture, {640, 480}, BRRawCompression::LZO, 0)
-              .value();
-    for (int i = 0; i < kFrames; ++i) {
-        const PXRect rect = i == 0 ? PXRect{0, 0, 640, 480} : PXRect{0, 0, 1, 1};
-        pixels[0] = static_cast<std::byte>(i);
-        ASSERT_TRUE(streamer->writeFrameWithDirtyRects({&rect, 1}, i / 30.0));
-        ASSERT_TRUE(streamer->writeDirtyRect(rect, rect, view));
-    }
-    ASSERT_TRUE(streamer->setTotalNumberOfFrames(kFrames));
-    streamer.reset();
+    const LibraryFolder library(path(u"library"_s));
+    library.record(u"A"_s, LibraryFolder::End::Stopped, 60'000);
+    const QString capture = library.fileOf(u"A"_s, kBRCaptureVideoDataName);
 
     const QByteArray yesterday = "the movie of yesterday";
     const auto replaces = [](const QString &folder) { return !folder.endsWith(u"noColor"); };
@@ -154,10 +136,9 @@ TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
         " left\r",
         [&](const QString &folder) {
             EXPECT_TRUE(QDir().mkpath(folder));
-            QFile old(folder + u"/out.mov"_s);
-            EXPECT_TRUE(!replaces(folder)
-                        || (old.open(QIODevice::WriteOnly) && old.write(yesterday) > 0));
-            return QStringList{u"export"_s, capture, u"-o"_s, old.fileName()};
+            if (replaces(folder))
+                writeFile(folder + u"/out.mov"_s, yesterday);
+            return QStringList{u"export"_s, capture, u"-o"_s, folder + u"/out.mov"_s};
         },
         [&](const QString &folder) {
             waitUntil([&] { return QFile::exists(folder + u"/Tolvane Temp.mov"_s); },
@@ -177,21 +158,19 @@ TEST_F(TerminalTest, ExportHasABarAndAnInterruptedOneLeavesNothingBehind)
         }
         expectProgress(run, end);
         EXPECT_EQ(run.errors.contains(u"\x1b[36m"_s), run.row.hasColor) << run.row.name;
-        EXPECT_EQ(run.errors.contains(u" of 30000 frames, "_s),
+        EXPECT_EQ(run.errors.contains(u" of 60000 frames, "_s),
                   run.row.showsProgress && run.row.isWide())
             << run.row.name << ": " << run.errors.toStdString();
 
-        const QDir::Filters everything = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
         QStringList left;
         if (isTaken(run.folder))
             left << u".out.mov.replaced"_s;
         if (replaces(run.folder))
             left << u"out.mov"_s;
-        EXPECT_EQ(QDir(run.folder).entryList(everything), left) << run.row.name;
-        QFile old(isTaken(run.folder) ? hidden : movie);
-        EXPECT_TRUE(!replaces(run.folder)
-                    || (old.open(QIODevice::ReadOnly) && old.readAll() == yesterday))
-            << run.row.name;
+        EXPECT_EQ(everythingIn(run.folder), left) << run.row.name;
+        if (replaces(run.folder)) {
+            EXPECT_EQ(contentsOf(isTaken(run.folder) ? hidden : movie), yesterday) << run.row.name;
+        }
     }
 }
 

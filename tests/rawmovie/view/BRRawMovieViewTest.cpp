@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <set>
 
 using namespace Qt::StringLiterals;
 
@@ -185,22 +184,6 @@ TEST_F(BRRawMovieViewTest, PlaysToTheEndAndGoesBack)
     EXPECT_TRUE(waitUntilScreenShows(pictures.back()));
     ASSERT_TRUE(view.play());
     EXPECT_LT(view.movie()->currentFrameIndex(), pictures.size() - 1);
-}
-
-TEST_F(BRRawMovieViewTest, ShowsFrameAfterFrameWhilePlaying)
-{
-    view.setMovie(movie(1000, 0.02));
-    view.showWithPixels({kWidth, kHeight});
-    ASSERT_TRUE(view.play());
-    const auto paintedFrames
-        = [&] { return std::set<std::uint32_t>(view.frames.begin(), view.frames.end()).size(); };
-    ASSERT_TRUE(waitUntil([&] { return paintedFrames() > 9; }));
-    view.pause();
-    EXPECT_FALSE(view.isPlaying());
-    const std::uint32_t frame = view.movie()->currentFrameIndex();
-    EXPECT_GE(frame, 9U);
-    EXPECT_TRUE(waitUntilScreenShows(pictures[frame]));
-    EXPECT_EQ(view.movie()->currentFrameIndex(), frame) << "the clock does not count any more";
 }
 
 TEST_F(BRRawMovieViewTest, KeepsTimeWhileNothingMoves)

@@ -9,9 +9,7 @@
 #include <QPainter>
 
 #include <algorithm>
-#include <functional>
 #include <memory>
-#include <stdexcept>
 #include <vector>
 
 /// A test with movies of bright rectangles, none of whose pixels is black, and a display that
