@@ -62,6 +62,8 @@ TEST_F(OverlaysTest, SelectPrintsWhatWasChosen)
         start(process, row.arguments);
         waitUntilFrozen();
         hand.type(Hand::Right);
+        // A signal may overtake a key: not before the frame has come to what was inside.
+        waitUntil([] { return display().screenshot().pixel(10, 180) == 0xFF000000; }, "the key");
         row.end(process);
         const Outcome outcome = outcomeOf(process);
         EXPECT_EQ(outcome.status, row.status) << row.name;
