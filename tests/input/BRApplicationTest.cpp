@@ -295,17 +295,23 @@ TEST_F(BRApplicationTest, AFirstResponderIsAskedBeforeTheKeyGoesItsUsualWay)
 TEST_F(BRApplicationTest, GivesTheKeyboardBackToTheProgramThatWasInFrontBefore)
 {
     const auto front = valueOf(platform->makeFrontProcess());
+    QWidget window;
+    QWidget dialog;
+    const auto activate = [](QWidget &ours) {
+        ours.show();
+        ours.activateWindow();
+        return waitUntil([&] { return ours.isActiveWindow(); });
+    };
+    ASSERT_TRUE(activate(window));
     const PaintedWindow theirs(theDesktop(), {300, 300, 200, 100}, 0x3060A0,
                                PaintedWindow::Kind::Managed);
     const PXProcessSerialNumber other = {0, theirs.id()};
-    ASSERT_TRUE(waitUntil([&] { return front->frontProcess() == other; }));
-    QWidget window;
-    QWidget dialog;
-    for (QWidget *ours : {&window, &dialog}) {
-        ours->show();
-        ours->activateWindow();
-        EXPECT_TRUE(waitUntil(
-            [&] { return ours->isActiveWindow() && application.previousFrontProcess() == other; }));
+    const auto ours = static_cast<std::uint32_t>(window.winId());
+    // That it was in front has been noticed once ours is the one before.
+    ASSERT_TRUE(waitUntil([&] { return application.previousFrontProcess().lowLongOfPSN == ours; }));
+    for (QWidget *next : {&window, &dialog}) {
+        EXPECT_TRUE(activate(*next));
+        EXPECT_TRUE(waitUntil([&] { return application.previousFrontProcess() == other; }));
     }
     application.deactivateByActivatingProcess(application.previousFrontProcess());
     EXPECT_TRUE(waitUntil(
