@@ -5,10 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-namespace {
-constexpr double kStep = 1.0 / 60; ///< Seconds.
-}
-
 PXAnimation::PXAnimation(double duration, PXAnimationCurve curve)
     : _duration(duration), _curve(curve)
 {
@@ -33,7 +29,7 @@ void PXAnimation::startAnimation()
     _nextMark = 0;
     _progress = 0;
     _clock.start();
-    _timer.scheduleTimerWithTimeInterval(kStep, [this](PXTimerTarget &) { _step(); });
+    _timer.scheduleTimerWithTimeInterval(1 / _frameRate, [this](PXTimerTarget &) { _step(); });
     _step();
     if (_blocking != PXAnimationBlocking::Blocking || !isAnimating())
         return;

@@ -28,7 +28,7 @@ enum class PXAnimationBlocking {
     Nonblocking,
 };
 
-/// Something that goes from 0 to 1 in a given time, sixty steps a second; a step that comes late
+/// Something that goes from 0 to 1 in a given time, step by step; a step that comes late
 /// takes account of it. Lives on one thread with an event loop.
 class PXAnimation {
 public:
@@ -40,6 +40,8 @@ public:
 
     /// Not owned; outlives the animation.
     void setDelegate(PXAnimationDelegate *delegate) { _delegate = delegate; }
+    /// Steps a second at most; 60 unless set. From the next start on.
+    void setFrameRate(double framesPerSecond) { _frameRate = framesPerSecond; }
     void setAnimationBlockingMode(PXAnimationBlocking mode) { _blocking = mode; }
     /// 0 to 1, in any order.
     void setProgressMarks(std::vector<float> marks);
@@ -62,6 +64,7 @@ private:
 
     const double _duration;
     const PXAnimationCurve _curve;
+    double _frameRate = 60;
     PXAnimationBlocking _blocking = PXAnimationBlocking::Nonblocking;
     PXAnimationDelegate *_delegate = nullptr;
     std::vector<float> _progressMarks; ///< In rising order.

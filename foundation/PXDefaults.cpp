@@ -202,6 +202,13 @@ float PXDefaults::floatValue(const QString &key) const
     return static_cast<float>(numberOf(value(key)));
 }
 
+double PXDefaults::secondsValue(const QString &key) const
+{
+    constexpr float kLongest = 3600;
+    const float seconds = floatValue(key);
+    return seconds > 0 ? static_cast<double>(std::min(seconds, kLongest)) : 0; // NaN is not.
+}
+
 bool PXDefaults::boolValue(const QString &key) const
 {
     const QVariant stored = value(key);
@@ -237,13 +244,17 @@ std::optional<PXColor> PXDefaults::colorValue(const QString &key) const
     if (const auto color = PXColor::fromArchivedData(dataValue(key)))
         return color;
     QVariant factory;
+    bool isTold = false;
     {
         const PXLock lock(_lock);
         factory = _registered.value(key);
         if (!_persistent.contains(key))
             return PXColor::fromArchivedData(factory.toByteArray());
+        const QVariant bad = _persistent.value(key);
+        isTold = std::exchange(_toldColors[key], bad) == bad;
     }
-    BRLog(BRLogWarning, u"The colour \"%1\" in the settings does not read"_s.arg(key));
+    if (!isTold)
+        BRLog(BRLogWarning, u"The colour \"%1\" in the settings does not read"_s.arg(key));
     return PXColor::fromArchivedData(factory.toByteArray());
 }
 

@@ -63,6 +63,8 @@ public:
     // empty. A text is true when it starts with Y, y, T, t or a digit from 1 to 9.
     [[nodiscard]] int intValue(const QString &key) const;
     [[nodiscard]] float floatValue(const QString &key) const;
+    /// How long something is to last, in seconds: nothing below zero, at most an hour.
+    [[nodiscard]] double secondsValue(const QString &key) const;
     [[nodiscard]] bool boolValue(const QString &key) const;
     [[nodiscard]] QString stringValue(const QString &key) const;
     [[nodiscard]] QByteArray dataValue(const QString &key) const;
@@ -100,5 +102,7 @@ private:
     QVariantMap _persistent PX_GUARDED_BY(_lock);
     /// Changed here and not yet in the file; an invalid value removes the key.
     QVariantMap _unsaved PX_GUARDED_BY(_lock);
+    /// What was no colour when the log was told; it is asked for at each painting.
+    mutable QVariantMap _toldColors PX_GUARDED_BY(_lock);
     PXObservers<QString> _observers;
 };

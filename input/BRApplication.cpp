@@ -62,7 +62,7 @@ BRMouseEventType typeOf(const PXMouseEvent &event)
 
 bool isModifierKey(int key)
 {
-    return (key >= Qt::Key_Shift && key <= Qt::Key_ScrollLock)
+    return (key >= Qt::Key_Shift && key <= Qt::Key_NumLock)
         || (key >= Qt::Key_Super_L && key <= Qt::Key_Hyper_R) || key == Qt::Key_AltGr;
 }
 

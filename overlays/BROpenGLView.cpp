@@ -16,7 +16,7 @@ BROpenGLView::BROpenGLView(BROverlayWindow &window, PXMainDisplay &mainDisplay)
     : _window(window), _mainDisplay(mainDisplay)
 {
     _window.setCompositingDidChange([this] {
-        _square = {}; // What is left of the window is to be decided anew.
+        _square = {}; // To be decided anew.
         setNeedsDisplay();
     });
 }
@@ -38,9 +38,12 @@ void BROpenGLView::setNeedsDisplay()
     const QRect before = std::exchange(_square, square);
     if (before == square)
         return;
-    // The square alone for both kinds of desktop: it is opaque, and a compositor then blends
-    // nothing for what is clear around it.
-    _window.setShape(QRegion(square));
+    // Where it is not, a compositor is to have nothing to blend.
+    const QRegion shape = _window.isCompositing() && !square.isNull()
+        ? QRegion(PXPixels::blocksAround(square))
+        : QRegion(square);
+    if (std::exchange(_shape, shape) != shape)
+        _window.setShape(shape);
     PXPixels::update(*this, QRegion(before) | square);
 }
 

@@ -3,6 +3,7 @@
 #include "platform/PXMainDisplay.h"
 
 #include <QRect>
+#include <QRegion>
 #include <QWidget>
 
 class BROverlayWindow;
@@ -30,4 +31,5 @@ private:
     PXMainDisplay &_mainDisplay;
     bool _draws = true;
     QRect _square; ///< Pixels of the window.
+    QRegion _shape; ///< The window's.
 };

@@ -20,9 +20,9 @@ double durationOf(BRScreenEventType type)
     case BRScreenEventType::LeftMouseUp:
     case BRScreenEventType::RightMouseDown:
     case BRScreenEventType::RightMouseUp:
-        return static_cast<double>(defaults.floatValue(u"mouseClickDuration"_s));
+        return defaults.secondsValue(u"mouseClickDuration"_s);
     case BRScreenEventType::KeyCombo:
-        return static_cast<double>(defaults.floatValue(u"keyboardEventDuration"_s));
+        return defaults.secondsValue(u"keyboardEventDuration"_s);
     case BRScreenEventType::LeftMouseDragged:
     case BRScreenEventType::RightMouseDragged:
         break;

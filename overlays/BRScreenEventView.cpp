@@ -131,8 +131,7 @@ void BRScreenEventView::_followPointer()
         mMouseLocation = PXPointFromPixels(pointer.x, pointer.y, _mainDisplay.bounds());
 }
 
-/// Has all marks painted anew, and the window cut to what they need. Their surroundings stay the
-/// same while they grow: to cut a window anew costs the desktop more than to paint it.
+/// Has all marks painted anew, and the window cut to what they need.
 void BRScreenEventView::_marksChanged()
 {
     _followPointer();
@@ -144,7 +143,7 @@ void BRScreenEventView::_marksChanged()
         const double half = kLineWidth / 2;
         marks += surroundings;
         shape += isCompositing
-            ? QRegion(surroundings)
+            ? QRegion(PXPixels::blocksAround(surroundings))
             : discWithHoles(_circleAt(location, progress).adjusted(-half, -half, half, half),
                             progress);
     };

@@ -75,9 +75,14 @@ void KPDefaultKeyboardVisualizer::externalKeyboardEvent(const PXKeyEvent &event)
     const KPKeystroke keystroke = KPKeystroke::keystrokeFromEvent(event);
     if (keystroke.displayString().isEmpty() || !isWanted(keystroke.type()))
         return;
+    // By their keys: what a layout has on them differs where the exceptions were made elsewhere, or
+    // while another of the user's layouts is active.
+    const PXShortcut pressed = PXShortcut::shortcutFromEvent(event);
     const std::vector<PXShortcut> &exceptions = _delegate.keyboardShortcutExceptions();
-    if (std::find(exceptions.begin(), exceptions.end(), PXShortcut::shortcutFromEvent(event))
-        != exceptions.end())
+    if (std::any_of(exceptions.begin(), exceptions.end(), [&](const PXShortcut &exception) {
+            return exception.keyCode() == pressed.keyCode()
+                && exception.modifiers() == pressed.modifiers();
+        }))
         return;
     mStackerView->addKeystroke(keystroke);
 }

@@ -46,6 +46,8 @@ public:
     void setWindowFrameRespectingPosition(const PXRect &frame, bool display);
     /// What there is for lines in the recorded rectangle. In pixels.
     [[nodiscard]] PXSize roomForLines() const;
+    /// Of the main display, in hertz.
+    [[nodiscard]] double refreshRate() const { return _mainDisplay.refreshRate(); }
 
 protected:
     void externalKeyboardEvent(const PXKeyEvent &event) override;

@@ -56,7 +56,8 @@ KPDefaultKeystrokeStackerView::KPDefaultKeystrokeStackerView(
 
 void KPDefaultKeystrokeStackerView::addKeystroke(const KPKeystroke &keystroke)
 {
-    const bool isCounted = !mKeystrokes.empty() && mKeystrokes.front().countRepeat(keystroke);
+    const bool isCounted = !mKeystrokes.empty() && !_mustNotStay(mKeystrokes.front())
+        && mKeystrokes.front().countRepeat(keystroke);
     if (isCounted || _runsTogether(keystroke)) {
         if (!isCounted)
             mKeystrokes.front().appendKeystroke(keystroke);
@@ -70,6 +71,13 @@ void KPDefaultKeystrokeStackerView::addKeystroke(const KPKeystroke &keystroke)
     mTimeOfLastKeystroke = keystroke.eventTime();
 }
 
+/// What was typed before the user asked for no characters is not to stay any longer.
+bool KPDefaultKeystrokeStackerView::_mustNotStay(const KPKeystroke &line)
+{
+    return line.hasType(KPKeystrokeType::Character)
+        && !defaults().boolValue(u"showKeyboardCharacters"_s);
+}
+
 bool KPDefaultKeystrokeStackerView::_runsTogether(const KPKeystroke &keystroke) const
 {
     if (mKeystrokes.empty() || !defaults().boolValue(u"showMultipleKeyboardEvents"_s))
@@ -77,11 +85,9 @@ bool KPDefaultKeystrokeStackerView::_runsTogether(const KPKeystroke &keystroke) 
     if (keystroke.type() == KPKeystrokeType::Shortcut
         && defaults().boolValue(u"showKeyboardCommandsSeparately"_s))
         return false;
-    // What was typed before the user asked for no characters is not to stay any longer.
-    if (mKeystrokes.front().hasType(KPKeystrokeType::Character)
-        && !defaults().boolValue(u"showKeyboardCharacters"_s))
+    if (_mustNotStay(mKeystrokes.front()))
         return false;
-    const auto delay = static_cast<double>(defaults().floatValue(u"keyboardEventNewLineDelay"_s));
+    const double delay = defaults().secondsValue(u"keyboardEventNewLineDelay"_s);
     return keystroke.eventTime() - mTimeOfLastKeystroke < delay;
 }
 
@@ -145,7 +151,7 @@ void KPDefaultKeystrokeStackerView::_removeLastKeystroke()
 
 void KPDefaultKeystrokeStackerView::_keystrokeTimer()
 {
-    const auto duration = static_cast<double>(defaults().floatValue(u"keyboardEventDuration"_s));
+    const double duration = defaults().secondsValue(u"keyboardEventDuration"_s);
     if (!mKeystrokes.empty()
         && PXTimeIntervalSinceReferenceDate() - mKeystrokes.back().time() > duration)
         _removeLastKeystroke();
@@ -245,6 +251,7 @@ void KPDefaultKeystrokeStackerView::_animate(Animation description, float starti
         window.setShownInteriorSize(mWindowStartSize);
     window.setInteriorSize(mWindowEndSize, mWindowStartSize != mWindowEndSize);
     mCurrentAnimationDescription = description;
+    mCurrentAnimation.setFrameRate(mVisualizer.refreshRate());
     mStartingOffset = startingOffset;
     mEndingOffset = endingOffset;
     if (moves)

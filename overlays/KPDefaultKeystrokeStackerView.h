@@ -43,6 +43,7 @@ protected:
 private:
     enum class Animation { None, Addition, Resize, Removal };
 
+    [[nodiscard]] static bool _mustNotStay(const KPKeystroke &line);
     [[nodiscard]] bool _runsTogether(const KPKeystroke &keystroke) const;
     void _addKeystroke(const KPKeystroke &keystroke);
     /// Takes the oldest lines away until there is room for one of that height.

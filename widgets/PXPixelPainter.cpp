@@ -39,6 +39,14 @@ void PXPixels::update(QWidget &widget, const QRegion &pixels)
     widget.update(region);
 }
 
+QRect PXPixels::blocksAround(const QRect &pixels)
+{
+    constexpr int kBlock = 128;
+    const auto down = [](int value) { return value & ~(kBlock - 1); };
+    return {QPoint(down(pixels.left()), down(pixels.top())),
+            QPoint(down(pixels.right()) + kBlock - 1, down(pixels.bottom()) + kBlock - 1)};
+}
+
 QPoint PXPixels::position(const QMouseEvent &event, const QWidget &widget)
 {
     // The toolkit rounds the position in a widget to whole units of its own, but not that in the

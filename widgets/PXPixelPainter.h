@@ -25,6 +25,9 @@ QRect widgetRect(const QRect &pixels, const QWidget &widget);
 QRect pixelRect(const QRect &rect, const QWidget &widget);
 /// Has those pixels painted again.
 void update(QWidget &widget, const QRegion &pixels);
+/// What there must be of a window for something that moves on it, in blocks of 128 pixels: to cut a
+/// window anew costs the desktop more than to paint it, and so is seldom needed.
+QRect blocksAround(const QRect &pixels);
 /// The pixel under the pointer.
 QPoint position(const QMouseEvent &event, const QWidget &widget);
 

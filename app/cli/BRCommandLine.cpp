@@ -86,7 +86,7 @@ Command addRecord(CLI::App &app, const BRBackEnds &backEnds)
     record->add_flag("--show-keys", values->arguments.showsKeys,
                      "Show on the screen which keys are pressed, as the settings say");
     record->add_flag("--highlight", values->arguments.highlightsCursor,
-                     "Put a square behind the cursor");
+                     "Put a red square under the cursor, over what is there");
     record->add_option("--duration", values->arguments.duration, "Stop after so many seconds");
     record->add_option("--movies-folder", values->moviesFolder,
                        "Folder that gets the movie's own folder");
@@ -369,12 +369,15 @@ bool BRCommandLineShowsWindow(int argc, char **argv)
     };
     if (isOneOf(argv[command], {"play", "select"}))
         return true;
-    return isOneOf(argv[command], {"record"})
-        && std::any_of(argv + command + 1, argv + argc, [&](const char *word) {
-               return isOneOf(word,
-                              {"--select", "--countdown", "--hide-desktop", "--show-clicks",
-                               "--show-keys", "--highlight"});
-           });
+    if (!isOneOf(argv[command], {"record"}))
+        return false;
+    if (PXDefaults::standardUserDefaults().boolValue(QStringLiteral("showCursorHighlight")))
+        return true;
+    return std::any_of(argv + command + 1, argv + argc, [&](const char *word) {
+        return isOneOf(word,
+                       {"--select", "--countdown", "--hide-desktop", "--show-clicks", "--show-keys",
+                        "--highlight"});
+    });
 }
 
 int BRRunCommandLine(int argc, char **argv, const BRBackEnds &backEnds)

@@ -41,20 +41,24 @@ constexpr int kTickMs = 1000; ///< Between two live lines.
 constexpr std::chrono::seconds kLongestWaitForSound(1);
 constexpr double kLongestDuration = 2'000'000; ///< Seconds; what a timer's milliseconds can count.
 
-/// Says once that keys do not work everywhere: the recording itself goes on.
-class HotKeyAlert final : public PXAlert {
+/// Says what does not work everywhere, each once: the recording itself goes on.
+class InputAlert final : public PXAlert {
 public:
     void beep(const QString &message) override
     {
-        if (std::exchange(_hasTold, true))
+        if (_told.contains(message))
             return;
+        _told.append(message);
         BRTerminal::ringBell();
-        BRTerminal::printWarning(
-            message + u": another program may hold the keys; the recording goes on without"_s);
+        const bool isHotKey = message.startsWith(u"Could not register"_s);
+        BRTerminal::printWarning(message
+                                 + (isHotKey ? u": another program may hold the keys"_s
+                                             : u": keys and clicks are not watched"_s)
+                                 + u"; the recording goes on without"_s);
     }
 
 private:
-    bool _hasTold = false;
+    QStringList _told;
 };
 
 /// One recording from its folder to its last line of output.
@@ -70,7 +74,7 @@ public:
           _folderPath(QDir(moviesFolder).filePath(_uuid)),
           _overlays(overlays),
           _recorder(_uuid, this, platform, nullptr, overlays ? overlays->movieBounds() : nullptr),
-          _application(platform, *this, &_hotKeyAlert)
+          _application(platform, *this, &_inputAlert)
     {
         _recorder.setAlert(this);
     }
@@ -323,7 +327,7 @@ private:
     BRSoundAlert _soundAlert;
     BRScreenRecorder _recorder;
     std::optional<BRAudioRecorder> _audioRecorder; ///< Where sound is recorded.
-    HotKeyAlert _hotKeyAlert;
+    InputAlert _inputAlert;
     BRApplication _application;
     std::unique_ptr<BRCursorHighlight> _cursorHighlight;
     std::unique_ptr<BRScreenEventController> _screenEventController;

@@ -17,6 +17,12 @@ namespace {
 /// they show now, and a compositor that.
 constexpr std::chrono::milliseconds kTimeToSettle(500);
 
+bool highlightsCursor(const BRRecordArguments &arguments)
+{
+    return arguments.highlightsCursor
+        || PXDefaults::standardUserDefaults().boolValue(u"showCursorHighlight"_s);
+}
+
 } // namespace
 
 PXExpected<std::unique_ptr<BRRecordOverlays>>
@@ -25,7 +31,7 @@ BRRecordOverlays::forArguments(const BRRecordArguments &arguments, PXScreenPlatf
 {
     if (!arguments.selects && !arguments.countsDown && !arguments.hidesDesktop
         && !arguments.showsBounds && !arguments.showsClicks && !arguments.showsKeys
-        && !arguments.highlightsCursor)
+        && !highlightsCursor(arguments))
         return nullptr;
     auto windowServer = platform.makeWindowServer();
     if (!windowServer)
@@ -106,7 +112,7 @@ BRRecordOverlays::makeScreenEventController(BRApplication &application,
 
 PXExpected<std::unique_ptr<BRCursorHighlight>> BRRecordOverlays::makeCursorHighlight()
 {
-    if (!_arguments.highlightsCursor)
+    if (!highlightsCursor(_arguments))
         return nullptr;
     return BRCursorHighlight::onScreen(_platform, *_windowServer);
 }

@@ -2,6 +2,7 @@
 
 #include <xcb/xinput.h>
 
+#include <algorithm>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -92,6 +93,6 @@ void X11InputMonitor::handleEvent(const xcb_generic_event_t &event)
 
 std::uint64_t X11InputMonitor::eventsWereHandled()
 {
-    _mouse.eventsWereHandled();
-    return _keys.eventsWereHandled();
+    const std::uint64_t mouse = _mouse.eventsWereHandled();
+    return std::min(mouse, _keys.eventsWereHandled());
 }

@@ -1,9 +1,16 @@
 #include "platform/x11/X11InputMouse.h"
 
+#include "foundation/PXClock.h"
+
 #include <xcb/xinput.h>
 
 #include <algorithm>
 #include <utility>
+
+namespace {
+/// Nanoseconds between two drags: nobody sees more than a display shows, and each costs a question.
+constexpr std::uint64_t kPause = 16'000'000;
+} // namespace
 
 X11InputMouse::X11InputMouse(X11Connection &connection, PXInputMonitorDelegate &delegate)
     : _connection(connection), _delegate(delegate)
@@ -22,7 +29,8 @@ void X11InputMouse::_select()
     constexpr std::uint32_t always = XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS
         | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE | XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_PRESS
         | XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_RELEASE;
-    const std::uint32_t motion = _held.empty() ? 0 : XCB_INPUT_XI_EVENT_MASK_RAW_MOTION;
+    const bool waitsForMotion = !_held.empty() && _pauseEnds == X11EventThread::kNever;
+    const std::uint32_t motion = waitsForMotion ? XCB_INPUT_XI_EVENT_MASK_RAW_MOTION : 0;
     const struct {
         xcb_input_event_mask_t head;
         std::uint32_t events;
@@ -57,7 +65,10 @@ std::optional<PXMouseButton> X11InputMouse::_meaningOf(std::uint32_t button) con
 void X11InputMouse::buttonWentDown(std::uint32_t number, std::uint16_t source)
 {
     const auto button = _meaningOf(number);
-    if (!button)
+    const bool isKnown = std::any_of(_held.begin(), _held.end(), [&](const Held &held) {
+        return held.number == number && held.source == source;
+    });
+    if (!button || isKnown) // What injects events may press a button twice.
         return;
     const bool isNews = !_isHeld(*button);
     _held.push_back({number, source, *button});
@@ -77,22 +88,38 @@ void X11InputMouse::buttonWentUp(std::uint32_t number, std::uint16_t source)
         return;
     const PXMouseButton button = found->button;
     _held.erase(found);
-    if (_held.empty())
+    if (_held.empty()) {
+        _pauseEnds = X11EventThread::kNever;
         _select();
+    }
     if (!_isHeld(button))
         _tell(PXMouseEventType::Up, button, _place());
 }
 
-void X11InputMouse::eventsWereHandled()
+std::uint64_t X11InputMouse::eventsWereHandled()
 {
-    if (!std::exchange(_hasMoved, false) || _held.empty())
-        return;
+    const bool hasMoved = std::exchange(_hasMoved, false);
+    if (_held.empty())
+        return X11EventThread::kNever;
+    const std::uint64_t now = PXCurrentHostTime();
+    const bool isPause = _pauseEnds != X11EventThread::kNever;
+    if (isPause && now < _pauseEnds)
+        return _pauseEnds;
+    if (isPause) {
+        _pauseEnds = X11EventThread::kNever;
+        _select(); // First, then look: what moves in between is reported.
+    } else if (!hasMoved) {
+        return X11EventThread::kNever;
+    }
     const auto place = _place();
     if (!place || *place == _last)
-        return;
+        return X11EventThread::kNever;
     const PXMouseButton button
         = _isHeld(PXMouseButton::Primary) ? PXMouseButton::Primary : PXMouseButton::Secondary;
     _tell(PXMouseEventType::Dragged, button, *place);
+    _pauseEnds = now + kPause;
+    _select();
+    return _pauseEnds;
 }
 
 bool X11InputMouse::_isHeld(PXMouseButton button) const

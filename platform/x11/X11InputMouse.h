@@ -2,6 +2,7 @@
 
 #include "platform/PXInputMonitor.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11EventThread.h"
 
 #include <xcb/xcb.h>
 
@@ -10,7 +11,8 @@
 #include <vector>
 
 /// Makes mouse events of what pointing devices report. A mouse tells of up to a thousand movements
-/// a second, so it is asked for those only while a button is held. One thread.
+/// a second, so it is asked for those only while a button is held, and not again for a moment after
+/// each that is told. One thread.
 class X11InputMouse final {
 public:
     /// Both outlive it.
@@ -25,7 +27,8 @@ public:
     void buttonWentDown(std::uint32_t button, std::uint16_t source);
     void buttonWentUp(std::uint32_t button, std::uint16_t source);
     void pointerMoved() { _hasMoved = true; }
-    void eventsWereHandled();
+    /// Answers the host time at which it must be called again.
+    std::uint64_t eventsWereHandled();
 
 private:
     struct Held {
@@ -49,5 +52,6 @@ private:
     std::vector<std::uint8_t> _mapping;
     std::vector<Held> _held;
     bool _hasMoved = false;
+    std::uint64_t _pauseEnds = X11EventThread::kNever; ///< Until then no motion is asked for.
     Place _last = {0, 0}; ///< As told.
 };

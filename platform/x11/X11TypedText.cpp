@@ -18,10 +18,15 @@ QByteArray language()
 /// Any of xkbcommon's functions that write UTF-8 and tell its length.
 template <typename Read> QString textOf(Read read)
 {
-    std::array<char, 64> text = {};
-    const int size = read(text.data(), text.size());
-    const QString result
-        = QString::fromUtf8(text.data(), std::clamp(size, 0, static_cast<int>(text.size()) - 1));
+    std::array<char, 64> buffer = {};
+    const int size = read(buffer.data(), buffer.size());
+    if (size <= 0)
+        return {};
+    // Room for the end that C puts there, which is none of the text.
+    QByteArray text(size + 1, '\0');
+    read(text.data(), static_cast<std::size_t>(text.size()));
+    text.chop(1);
+    const QString result = QString::fromUtf8(text);
     const bool isControl = result.size() == 1 && result[0].category() == QChar::Other_Control;
     return isControl ? QString() : result;
 }

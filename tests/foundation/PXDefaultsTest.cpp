@@ -61,6 +61,14 @@ TEST_F(PXDefaultsTest, NumbersReadAsWhateverIsAskedFor)
         EXPECT_EQ(defaults.floatValue(u"key"_s), c.asFloat) << c.stored.toString().toStdString();
         EXPECT_EQ(defaults.boolValue(u"key"_s), c.asBool) << c.stored.toString().toStdString();
     }
+    for (const auto &[stored, seconds] : {std::pair{0.25, 0.25},
+                                          {-1.0, 0.0},
+                                          {1e9, 3600.0},
+                                          {std::nan(""), 0.0},
+                                          {HUGE_VAL, 3600.0}}) {
+        ASSERT_TRUE(defaults.setValue(u"key"_s, stored));
+        EXPECT_EQ(defaults.secondsValue(u"key"_s), seconds) << stored;
+    }
     defaults.setArgumentValue(u"key"_s, 7); // In the type that a list reads it in.
     EXPECT_EQ(defaults.intValue(u"key"_s), 7);
     EXPECT_EQ(defaults.intValue(u"missing"_s), 0);

@@ -56,6 +56,8 @@ const struct {
     {"Help", 114, u"\uF746"_s, u"Help"_s, true},
     {"Print", 0x163, u"\uF72E"_s, u"Print"_s, true},
     {"Pause", 0x177, u"\uF730"_s, u"Pause"_s, true},
+    {"KeypadLeft", 86, u"\x1C"_s, u"←"_s},
+    {"CapsIsEscape", 57, u"\x1B"_s, u"⎋"_s},
     {"Letter", 0, u"a"_s, u"A"_s},
     {"SharpS", 27, u"ß"_s, u"SS"_s},
     {"Hebrew", 17, u"א"_s, u"א"_s},

@@ -169,7 +169,8 @@ TEST_P(KPKeyboardVisualizerTest, LetsThroughWhatIsWanted)
     post(released);
     post(modifier);
     post(keyDown(200, 0, {}, {}));
-    exceptions = {PXShortcut::shortcutFromEvent(shortcut)};
+    // Also where another layout was active when the exception was made.
+    exceptions = {PXShortcut({}, shortcut.modifierFlags, shortcut.keyCode, u"я"_s)};
     post(shortcut);
     EXPECT_EQ(lines(), before);
 }

@@ -43,6 +43,8 @@ TEST(KPKeystroke, ShowsWhatTheUserPressed)
         {"shiftReturn", keyDown(36, kShift, u"\r"_s, {}), u"⇧↩"_s, SpecialKey},
         {"controlReturn", keyDown(36, kControl, u"\r"_s, {}), u"⌃↩"_s, Shortcut},
         {"optionReturn", keyDown(36, kOption, u"\r"_s, {}), u"⌥↩"_s, SpecialKey},
+        {"capsIsEscape", keyDown(57, 0, u"\u001B"_s, {}), u"⎋"_s, SpecialKey},
+        {"keypadDelete", keyDown(65, kControl, u"\u007F"_s, {}), u"⌃⌦"_s, Shortcut},
         {"twoCapitals", keyDown(27, kCommand, u"ß"_s, {}), u"⌘SS"_s, Shortcut},
         {"unknownWithCommand", keyDown(kUnknownKey, kCommand, {}, {}), u"⌘"_s, Shortcut},
         {"controlCharacter", keyDown(kUnknownKey, kCommand, u"\u0010"_s, {}), u"⌘"_s, Shortcut},

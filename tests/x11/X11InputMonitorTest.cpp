@@ -261,6 +261,11 @@ TEST_F(X11InputMonitorTest, TellsOfClicksAndDrags)
         _hand.release(c.button);
         expectMouse(_listener, {{Up, c.told, 320, 240}}, c.name);
     }
+    // A button that is pressed twice, as programs do it, and released once.
+    _hand.press(Hand::RightButton);
+    _hand.press(Hand::RightButton);
+    _hand.release(Hand::RightButton);
+    expectMouse(_listener, {{Down, Primary, 320, 240}, {Up, Primary, 320, 240}}, "twice");
     // Neither the wheel nor moving alone is told.
     constexpr auto wheel = static_cast<Hand::Button>(4);
     _hand.press(wheel);

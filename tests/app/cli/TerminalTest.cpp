@@ -101,7 +101,10 @@ protected:
 
 TEST_F(TerminalTest, RecordHasALiveLineWhateverTheMenuBarShows)
 {
-    for (const char *line : {"defaults write showRecordingDurationInMenubar no",
+    // They run at once, and only one of them could have the hot keys.
+    for (const char *line : {"defaults write --json activationShortcut {}",
+                             "defaults write --json toggleCameraModeShortcut {}",
+                             "defaults write showRecordingDurationInMenubar no",
                              "defaults write showRecordingSizeInMenubar no"})
         ASSERT_EQ(run(words(line)).status, 0);
     const auto runs = interruptOnceShown(
