@@ -17,49 +17,49 @@ constexpr std::pair<std::uint32_t, char16_t> kModifierGlyphs[] = {
 };
 
 struct NamedKey {
-    std::uint32_t keyCode;
     const char16_t *name;
+    std::uint32_t keyCode;
     bool isFunctionKey = false;
 };
 
 constexpr NamedKey kNamedKeys[] = {
-    {51, u"\u232B"}, // Delete
-    {117, u"\u2326"}, // Forward delete
-    {48, u"\u21E5"}, // Tab
-    {53, u"\u238B"}, // Escape
-    {36, u"\u21A9"}, // Return
-    {76, u"\u2305"}, // Enter, on the keypad
-    {49, u"\u2423"},     {122, u"F1", true},  {120, u"F2", true},  {99, u"F3", true},
-    {118, u"F4", true},  {96, u"F5", true},   {97, u"F6", true},   {98, u"F7", true},
-    {100, u"F8", true},  {101, u"F9", true},  {109, u"F10", true}, {103, u"F11", true},
-    {111, u"F12", true}, {105, u"F13", true}, {107, u"F14", true}, {113, u"F15", true},
-    {64, u"F17", true},  {79, u"F18", true},  {80, u"F19", true},  {90, u"F20", true},
-    {126, u"\u2191"}, // The arrows: up, down, left, right
-    {125, u"\u2193"},    {123, u"\u2190"},    {124, u"\u2192"},
+    {u"\u232B", 51}, // Delete
+    {u"\u2326", 117}, // Forward delete
+    {u"\u21E5", 48}, // Tab
+    {u"\u238B", 53}, // Escape
+    {u"\u21A9", 36}, // Return
+    {u"\u2305", 76}, // Enter, on the keypad
+    {u"\u2423", 49},     {u"F1", 122, true},  {u"F2", 120, true},  {u"F3", 99, true},
+    {u"F4", 118, true},  {u"F5", 96, true},   {u"F6", 97, true},   {u"F7", 98, true},
+    {u"F8", 100, true},  {u"F9", 101, true},  {u"F10", 109, true}, {u"F11", 103, true},
+    {u"F12", 111, true}, {u"F13", 105, true}, {u"F14", 107, true}, {u"F15", 113, true},
+    {u"F17", 64, true},  {u"F18", 79, true},  {u"F19", 80, true},  {u"F20", 90, true},
+    {u"\u2191", 126}, // The arrows: up, down, left, right
+    {u"\u2193", 125},    {u"\u2190", 123},    {u"\u2192", 124},
 };
 
 struct NamedCharacter {
-    char16_t character;
     const char16_t *name;
+    char16_t character;
     bool isFunctionKey = false;
 };
 
 /// Keys that are told apart by what the layout has on them.
 constexpr NamedCharacter kNamedCharacters[] = {
     // Where a layout has put them on another key; the arrows are the keypad's, too.
-    {u'\b', u"\u232B"},          {u'\x7F', u"\u2326"},
-    {u'\t', u"\u21E5"},          {u'\x1B', u"\u238B"},
-    {u'\r', u"\u21A9"},          {u'\x03', u"\u2305"},
-    {u'\x1C', u"\u2190"},        {u'\x1D', u"\u2192"},
-    {u'\x1E', u"\u2191"},        {u'\x1F', u"\u2193"},
-    {u'\uF713', u"F16", true},   {u'\uF729', u"\u2196"}, // Home
-    {u'\uF72A', u"\u2196"}, // Begin
-    {u'\uF72B', u"\u2198"}, // End
-    {u'\uF72C', u"\u21DE"}, // Page up
-    {u'\uF72D', u"\u21DF"}, // Page down
-    {u'\uF72E', u"Print", true}, {u'\uF72F', u"Scroll Lock", true},
-    {u'\uF730', u"Pause", true}, {u'\uF735', u"Menu"},
-    {u'\uF746', u"Help", true},
+    {u"\u232B", u'\b'},          {u"\u2326", u'\x7F'},
+    {u"\u21E5", u'\t'},          {u"\u238B", u'\x1B'},
+    {u"\u21A9", u'\r'},          {u"\u2305", u'\x03'},
+    {u"\u2190", u'\x1C'},        {u"\u2192", u'\x1D'},
+    {u"\u2191", u'\x1E'},        {u"\u2193", u'\x1F'},
+    {u"F16", u'\uF713', true},   {u"\u2196", u'\uF729'}, // Home
+    {u"\u2196", u'\uF72A'}, // Begin
+    {u"\u2198", u'\uF72B'}, // End
+    {u"\u21DE", u'\uF72C'}, // Page up
+    {u"\u21DF", u'\uF72D'}, // Page down
+    {u"Print", u'\uF72E', true}, {u"Scroll Lock", u'\uF72F', true},
+    {u"Pause", u'\uF730', true}, {u"Menu", u'\uF735'},
+    {u"Help", u'\uF746', true},
 };
 
 const NamedKey *namedKey(std::uint32_t keyCode)

@@ -11,6 +11,11 @@
 
 namespace {
 
+double hostSeconds()
+{
+    return static_cast<double>(PXCurrentHostTime()) / 1e9;
+}
+
 constexpr std::uint32_t kLargestKey = 255;
 
 } // namespace
@@ -47,6 +52,7 @@ void X11InputKeys::keyWentDown(std::uint32_t number, std::uint16_t source, xcb_t
     }
     _repeat.keyWentDown(key);
     const double timestamp = X11Seconds(time);
+    _serversLead = timestamp - hostSeconds();
     if (_down.back().isModifier && !isARepeat)
         _pending = {_event(PXKeyEventType::FlagsChanged, key, timestamp), key, XCB_KEY_PRESS};
     else
@@ -102,10 +108,8 @@ std::uint64_t X11InputKeys::eventsWereHandled()
         return 0;
     }
     if (const auto key = _repeat.keyThatIsDue())
-        if (const Held *held = _held(*key); held && !held->isModifier) {
-            const std::uint64_t nowMs = PXCurrentHostTime() / 1'000'000;
-            _tellDown(*key, static_cast<double>(nowMs) / 1000, true);
-        }
+        if (const Held *held = _held(*key); held && !held->isModifier)
+            _tellDown(*key, hostSeconds() + _serversLead, true);
     return _repeat.deadline();
 }
 

@@ -53,4 +53,5 @@ private:
     X11TypedText _text;
     std::vector<Held> _down;
     std::optional<Pending> _pending;
+    double _serversLead = 0; ///< Of its clock over ours, at the last press; seconds.
 };
