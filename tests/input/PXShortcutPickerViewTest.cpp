@@ -63,21 +63,21 @@ TEST(PXShortcutPickerView, TakesTheNextCombinationAndNothingElseTakesIt)
     const struct {
         const char *name;
         std::vector<int> held;
-        int key;
         QString shown; ///< Of the shortcut, afterwards.
-        bool isChange;
         QWidget *focused;
+        int key;
+        bool isChange;
     } rows[] = {
-        {"aMenusKey", {Hand::Control}, Hand::A, u"⌃A"_s, true, picker},
-        {"plainLetter", {}, Hand::A, u"⌃A"_s, false, picker},
-        {"shiftedLetter", {Hand::Shift}, Hand::A, u"⌃A"_s, false, picker},
-        {"functionKey", {}, kF5, u"F5"_s, true, picker},
-        {"console", {Hand::Control, Hand::Alt}, kF5, u"F5"_s, false, picker},
-        {"commandDelete", {kSuper}, Hand::BackSpace, u"⌘⌫"_s, true, picker},
-        {"escape", {}, Hand::Escape, u"⌘⌫"_s, false, nullptr},
-        {"delete", {}, Hand::BackSpace, QString(), true, picker},
-        {"tab", {}, Hand::Tab, QString(), false, after},
-        {"shiftTab", {Hand::Shift}, Hand::Tab, QString(), false, before},
+        {"aMenusKey", {Hand::Control}, u"⌃A"_s, picker, Hand::A, true},
+        {"plainLetter", {}, u"⌃A"_s, picker, Hand::A, false},
+        {"shiftedLetter", {Hand::Shift}, u"⌃A"_s, picker, Hand::A, false},
+        {"functionKey", {}, u"F5"_s, picker, kF5, true},
+        {"console", {Hand::Control, Hand::Alt}, u"F5"_s, picker, kF5, false},
+        {"commandDelete", {kSuper}, u"⌘⌫"_s, picker, Hand::BackSpace, true},
+        {"escape", {}, u"⌘⌫"_s, nullptr, Hand::Escape, false},
+        {"delete", {}, QString(), picker, Hand::BackSpace, true},
+        {"tab", {}, QString(), after, Hand::Tab, false},
+        {"shiftTab", {Hand::Shift}, QString(), before, Hand::Tab, false},
     };
     const auto shown
         = [&] { return picker->shortcut() ? picker->shortcut()->displayString() : QString(); };
