@@ -6,8 +6,7 @@
 #include "foundation/PXDefaults.h"
 #include "foundation/PXPropertyList.h"
 #include "foundation/PXResources.h"
-
-#include <QStringList>
+#include "input/PXShortcut.h"
 
 #include <cstdint>
 #include <utility>
@@ -16,10 +15,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr std::uint32_t kShift = 0x20000;
-constexpr std::uint32_t kOption = 0x80000;
-constexpr std::uint32_t kCommand = 0x100000;
-
 constexpr std::uint32_t kKeyCodeOf2 = 19;
 
 QByteArray grey(float white, float alpha)
@@ -27,22 +22,10 @@ QByteArray grey(float white, float alpha)
     return PXColor::calibratedWhite(white, alpha).archivedData();
 }
 
-/// A shortcut as the settings hold it; an empty name is left out.
 QVariantMap shortcut(const QString &name, std::uint32_t modifiers, std::uint32_t keyCode,
                      const QString &characters)
 {
-    QStringList held;
-    if ((modifiers & kCommand) != 0)
-        held.append(u"Command"_s);
-    if ((modifiers & kOption) != 0)
-        held.append(u"Option"_s);
-    if ((modifiers & kShift) != 0)
-        held.append(u"Shift"_s);
-    QVariantMap dictionary = {
-        {u"modifiers"_s, held.join(u'-')}, {u"keyCode"_s, keyCode}, {u"characters"_s, characters}};
-    if (!name.isEmpty())
-        dictionary.insert(u"name"_s, name);
-    return dictionary;
+    return PXShortcut(name, modifiers, keyCode, characters).dictionary();
 }
 
 /// Moving the cursor in a text is nothing that a viewer wants to see.
@@ -52,7 +35,9 @@ QVariantList keyboardEventExceptions()
     constexpr std::pair<std::uint32_t, char16_t> kArrows[]
         = {{123, 28}, {126, 30}, {124, 29}, {125, 31}};
     QVariantList exceptions;
-    for (const std::uint32_t modifiers : {kCommand, kOption, kShift | kOption}) {
+    for (const std::uint32_t modifiers :
+         {std::uint32_t{PXModifierCommand}, std::uint32_t{PXModifierOption},
+          PXModifierShift | PXModifierOption}) {
         for (const auto &[keyCode, character] : kArrows)
             exceptions.append(shortcut({}, modifiers, keyCode, QString(QChar(character))));
     }
@@ -130,9 +115,10 @@ std::vector<Entry> table()
         {u"moviesFolderPath"_s, moviesFolder()},
         {u"openMovieAfterExporting"_s, true},
         {u"activationShortcut"_s,
-         shortcut(u"Activation"_s, kCommand | kShift, kKeyCodeOf2, u"2"_s)},
+         shortcut(u"Activation"_s, PXModifierCommand | PXModifierShift, kKeyCodeOf2, u"2"_s)},
         {u"toggleCameraModeShortcut"_s,
-         shortcut(u"Toggle Camera Mode"_s, kCommand | kOption | kShift, kKeyCodeOf2, u"2"_s)},
+         shortcut(u"Toggle Camera Mode"_s, PXModifierCommand | PXModifierOption | PXModifierShift,
+                  kKeyCodeOf2, u"2"_s)},
         {u"didUpdateFromBrimmet"_s, false},
     };
 }
